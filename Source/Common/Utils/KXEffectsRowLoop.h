@@ -1,0 +1,72 @@
+// The common row loop of the effects: views on source and destination, alpha carried across, then the
+// colour planes of every pixel.
+#pragma once
+
+#include "KXEffectsUtils.h"
+
+#include <type_traits>
+
+struct PixelLayout {
+    int32_t planes;
+    int32_t colourPlanes;
+    int32_t transparency;
+};
+
+inline PixelLayout LayoutOf(KXImage* image)
+{
+    const int32_t planes = KXImageGetNumPlanes(image);
+    const int32_t transparency = KXImageGetTransparency(image);
+    return {planes, planes - transparency, transparency};
+}
+
+// Calls fn(planes, colourPlanes) with compile-time counts for the usual pixel forms (gray, gray with
+// alpha, RGB, RGB with alpha), so that pixel loops unroll and vectorise; plain integers otherwise.
+template <class Fn> void WithPlaneCounts(const PixelLayout& layout, Fn&& fn)
+{
+    using std::integral_constant;
+    if (layout.planes == 4 && layout.colourPlanes == 3)
+        fn(integral_constant<int32_t, 4>{}, integral_constant<int32_t, 3>{});
+    else if (layout.planes == 3 && layout.colourPlanes == 3)
+        fn(integral_constant<int32_t, 3>{}, integral_constant<int32_t, 3>{});
+    else if (layout.planes == 1 && layout.colourPlanes == 1)
+        fn(integral_constant<int32_t, 1>{}, integral_constant<int32_t, 1>{});
+    else if (layout.planes == 2 && layout.colourPlanes == 1)
+        fn(integral_constant<int32_t, 2>{}, integral_constant<int32_t, 1>{});
+    else
+        fn(layout.planes, layout.colourPlanes);
+}
+
+// rowKernel(const Sample* in, Sample* out, int32_t width, const PixelLayout& layout) for every row of rect,
+// the source walked with the destination's plane count. With transparency the source row is first
+// copied over the destination row whole, which carries alpha across. In place, in and out are one row.
+template <class Sample, class RowKernel>
+void ForEachRow(KXImage* source, KXImage* destination, const CEffectRect& rect, RowKernel&& rowKernel)
+{
+    const PixelLayout layout = LayoutOf(destination);
+    const int32_t width = rect.right - rect.left;
+    const int32_t columns = width > 0 ? width : 0;
+    CImageView sourceView(source);
+    CImageView destinationView(destination);
+    for (int32_t row = rect.top; row < rect.bottom; ++row) {
+        const auto* in = static_cast<const Sample*>(sourceView.ReadRow(row, rect.left, width));
+        auto* out = static_cast<Sample*>(destinationView.WriteRow(row, rect.left, width));
+        if (layout.transparency != 0 && in != out)
+            std::memmove(out, in, size_t(columns) * size_t(layout.planes) * sizeof(Sample));
+        rowKernel(in, out, columns, layout);
+    }
+    destinationView.Detach();
+    sourceView.Detach();
+}
+
+// pixelKernel(const Sample* in, Sample* out, colourPlanes) for every pixel of rect; alpha as in ForEachRow.
+template <class Sample, class PixelKernel>
+void ForEachPixel(KXImage* source, KXImage* destination, const CEffectRect& rect, PixelKernel&& pixelKernel)
+{
+    ForEachRow<Sample>(source, destination, rect,
+                       [&](const Sample* in, Sample* out, int32_t width, const PixelLayout& layout) {
+                           WithPlaneCounts(layout, [&](auto planes, auto colourPlanes) {
+                               for (int32_t x = 0; x < width; ++x)
+                                   pixelKernel(in + x * planes, out + x * planes, colourPlanes);
+                           });
+                       });
+}

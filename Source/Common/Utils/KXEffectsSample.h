@@ -1,0 +1,70 @@
+// Sample traits: the one place that knows white, its reciprocal and the store rule of each depth.
+#pragma once
+
+#include <cstdint>
+#include <type_traits>
+
+template <class Sample> struct SampleTraits;
+
+template <> struct SampleTraits<uint8_t> {
+    static constexpr bool kIsFloat = false;
+    static constexpr int32_t kDepth = 8;
+    static constexpr float kWhite = 255.0f;
+    static constexpr float kReciprocal = 1.0f / 255.0f;
+    static constexpr uint8_t kWhiteSample = 255;
+};
+
+template <> struct SampleTraits<uint16_t> {
+    static constexpr bool kIsFloat = false;
+    static constexpr int32_t kDepth = 16;
+    static constexpr float kWhite = 65535.0f;
+    static constexpr float kReciprocal = 1.0f / 65535.0f;
+    static constexpr uint16_t kWhiteSample = 65535;
+};
+
+template <> struct SampleTraits<float> {
+    static constexpr bool kIsFloat = true;
+    static constexpr int32_t kDepth = 32;
+    static constexpr float kWhite = 1.0f;
+    static constexpr float kReciprocal = 1.0f;
+    static constexpr float kWhiteSample = 1.0f;
+};
+
+template <class Sample> inline constexpr bool kIsFloatSample = SampleTraits<Sample>::kIsFloat;
+template <class Sample> inline constexpr float kWhite = SampleTraits<Sample>::kWhite;
+// White in the sample type itself, for arithmetic that stays in integers.
+template <class Sample> inline constexpr Sample kWhiteSample = SampleTraits<Sample>::kWhiteSample;
+
+// Sample to 0..1: integers by the reciprocal of white; floats as they are.
+template <class Sample> inline float ToUnit(Sample sample)
+{
+    if constexpr (kIsFloatSample<Sample>)
+        return sample;
+    else
+        return float(sample) * SampleTraits<Sample>::kReciprocal;
+}
+
+// A value in the sample's own scale back to a sample: integers add 0.5 and truncate toward zero, and the
+// narrowing wraps, as the stores of the library do; floats are stored as they are.
+template <class Sample> inline Sample FromRaw(float value)
+{
+    if constexpr (kIsFloatSample<Sample>)
+        return value;
+    else
+        return Sample(int32_t(value + 0.5f));
+}
+
+// 0..1 back to a sample: white x value + 0.5, truncated, for integers.
+template <class Sample> inline Sample FromUnit(float value)
+{
+    if constexpr (kIsFloatSample<Sample>)
+        return value;
+    else
+        return FromRaw<Sample>(value * SampleTraits<Sample>::kWhite);
+}
+
+// Clamp to 0..white in the sample's own scale.
+template <class Sample> inline float ClampToWhite(float value)
+{
+    return value < 0.0f ? 0.0f : (value > kWhite<Sample> ? kWhite<Sample> : value);
+}

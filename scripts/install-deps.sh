@@ -1,0 +1,15 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that build, test and run KXEffects.
+set -euo pipefail
+packages=(cmake g++ make pkg-config python3 googletest libgtest-dev libbenchmark-dev libopencv-dev liblcms2-dev
+          ocl-icd-libopencl1 opencl-headers pocl-opencl-icd)
+missing=()
+for package in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' || missing+=("$package")
+done
+if [ ${#missing[@]} -gt 0 ]; then
+  sudo=""
+  [ "$(id -u)" -ne 0 ] && sudo="sudo"
+  $sudo apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
