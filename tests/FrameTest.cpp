@@ -41,7 +41,7 @@ std::vector<float> ExpectedInvert(const TestImage& source, const std::vector<flo
 TEST(Invert, InvertsColourAndCarriesAlphaAtEveryDepthLayoutAndRectangle)
 {
     const KXRect rects[] = {kBounds, KXRectMake(102, 51, 5, 3), KXRectMake(95, 48, 9, 20), KXRectMake(200, 0, 4, 4),
-                            KXRectMake(101, 51, 0, 3), KXRectMake(101, 51, 3, -2)};
+                            KXRectMake(101, 51, 0, 3), KXRectMake(101, 51, 3, -2), KXRectMake(104, 51, -3, 2)};
     ForEachImageKind([&](int32_t depth, bool lockable) {
         for (const LayoutCase& layout : kLayouts)
             for (const KXRect& rect : rects) {

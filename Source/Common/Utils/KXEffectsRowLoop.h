@@ -42,17 +42,19 @@ template <class Fn> void WithPlaneCounts(const PixelLayout& layout, Fn&& fn)
 template <class Sample, class RowKernel>
 void ForEachRow(KXImage* source, KXImage* destination, const CEffectRect& rect, RowKernel&& rowKernel)
 {
+    // An empty rectangle touches nothing: a row served from scratch would otherwise be written back unset.
+    if (rect.IsEmpty())
+        return;
     const PixelLayout layout = LayoutOf(destination);
     const int32_t width = rect.right - rect.left;
-    const int32_t columns = width > 0 ? width : 0;
     CImageView sourceView(source);
     CImageView destinationView(destination);
     for (int32_t row = rect.top; row < rect.bottom; ++row) {
         const auto* in = static_cast<const Sample*>(sourceView.ReadRow(row, rect.left, width));
         auto* out = static_cast<Sample*>(destinationView.WriteRow(row, rect.left, width));
         if (layout.transparency != 0 && in != out)
-            std::memmove(out, in, size_t(columns) * size_t(layout.planes) * sizeof(Sample));
-        rowKernel(in, out, columns, layout);
+            std::memmove(out, in, size_t(width) * size_t(layout.planes) * sizeof(Sample));
+        rowKernel(in, out, width, layout);
     }
     destinationView.Detach();
     sourceView.Detach();

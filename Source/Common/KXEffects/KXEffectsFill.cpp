@@ -1,0 +1,68 @@
+// Flat colour fills and solarize.
+#include "KXEffectsDispatch.h"
+#include "KXEffectsRowLoop.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace {
+
+// v' = white - v above the middle of the range (127, 32767, 0.5), else v. Deliberately in the sample
+// type: 8-bit 128 becomes 127, so the result never passes the middle; float is not clamped.
+template <class Sample> inline Sample SolarizeSample(Sample value)
+{
+    return value > kWhiteSample<Sample> / 2 ? Sample(kWhiteSample<Sample> - value) : value;
+}
+
+// Every plane of every pixel of rect, alpha too. The colour is converted once with white x v + 0.5
+// truncated and no clamp, so integer samples wrap above 1.
+template <class Sample> int32_t FillKernel(KXImage* image, const CEffectRect& rect, const float* color)
+{
+    std::vector<Sample> pixel(size_t(std::max(KXImageGetNumPlanes(image), 0)));
+    std::transform(color, color + pixel.size(), pixel.begin(), FromUnit<Sample>);
+    if (rect.IsEmpty())
+        return kKXNoErr;
+    CImageView view(image);
+    for (int32_t row = rect.top; row < rect.bottom; ++row) {
+        auto* out = static_cast<Sample*>(view.WriteRow(row, rect.left, rect.Width()));
+        for (int32_t x = 0; x < rect.Width(); ++x)
+            std::copy(pixel.begin(), pixel.end(), out + size_t(x) * pixel.size());
+    }
+    view.Detach();
+    return kKXNoErr;
+}
+
+template <class Sample> int32_t SolarizeKernel(KXImage* source, KXImage* destination, const CEffectRect& rect)
+{
+    ForEachPixel<Sample>(source, destination, rect, [](const Sample* in, Sample* out, auto colourPlanes) {
+        for (int32_t c = 0; c < colourPlanes; ++c)
+            out[c] = SolarizeSample(in[c]);
+    });
+    return kKXNoErr;
+}
+
+} // namespace
+
+int32_t KXEffectsFillColor(KXImage* image, const KXRect* rect, const float* color)
+{
+    if (!image || !rect || !color)
+        return kKXErrBadParam;
+    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
+    return DispatchImageDepth(image, [&](auto tag) {
+        return FillKernel<typename decltype(tag)::Type>(image, effectRect, color);
+    });
+}
+
+int32_t KXEffectsSolarize(KXImage* source, KXImage* destination, const KXRect* rect)
+{
+    if (!source || !destination || !rect)
+        return kKXErrBadParam;
+    // Unlike the other effects, solarize reports an unknown depth as a bad image format.
+    const int32_t depth = KXImageGetDepth(source);
+    if (depth != 8 && depth != 16 && depth != 32)
+        return kKXErrBadImageFormat;
+    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
+    return DispatchDepth(depth, [&](auto tag) {
+        return SolarizeKernel<typename decltype(tag)::Type>(source, destination, effectRect);
+    });
+}

@@ -1,0 +1,349 @@
+// Surface blur: an edge-preserving mean from running bin statistics, at a cost per sample independent of
+// the radius; and its form on the luminosity of an RGB picture.
+#include "KXEffectsSurfaceBlur.h"
+
+#include "KXEffectsColorMath.h"
+#include "KXEffectsDispatch.h"
+#include "KXEffectsRowLoop.h"
+
+#include <type_traits>
+
+namespace {
+constexpr const char* kSourceFile = "Source/Common/KXEffects/KXEffectsSurfaceBlur";
+
+// The bin of an integer sample: its top three bits (8 bins) or two (4 bins).
+template <int32_t Bins> inline int32_t SampleBin(uint8_t sample)
+{
+    return sample >> (Bins == 8 ? 5 : 6);
+}
+
+template <int32_t Bins> inline int32_t SampleBin(uint16_t sample)
+{
+    return sample >> (Bins == 8 ? 13 : 14);
+}
+
+// truncate(s x 7.999992) or truncate(s x 3.999996); samples beyond 0..1 (and NaN) go to the end bins.
+template <int32_t Bins> inline int32_t SampleBin(float sample)
+{
+    const float scaled = sample * (Bins == 8 ? 7.999992f : 3.999996f);
+    return scaled > 0.0f ? (scaled < float(Bins - 1) ? int32_t(scaled) : Bins - 1) : 0;
+}
+
+// Whole rows of bins move as 16-byte vectors (a vector extension of GCC and Clang): float lanes for the
+// weights, accumulator lanes for the statistics, and index lanes of the accumulator's width for masks.
+typedef float Lanes __attribute__((vector_size(16)));
+
+template <class Acc> struct AccVector;
+template <> struct AccVector<int32_t> {
+    typedef int32_t Type __attribute__((vector_size(16)));
+    typedef int32_t Index __attribute__((vector_size(16)));
+};
+template <> struct AccVector<uint32_t> {
+    typedef uint32_t Type __attribute__((vector_size(16)));
+    typedef int32_t Index __attribute__((vector_size(16)));
+};
+template <> struct AccVector<float> {
+    typedef float Type __attribute__((vector_size(16)));
+    typedef int32_t Index __attribute__((vector_size(16)));
+};
+template <> struct AccVector<uint64_t> {
+    typedef uint64_t Type __attribute__((vector_size(16)));
+    typedef int64_t Index __attribute__((vector_size(16)));
+};
+
+// The statistics of the samples of a window: per bin their sum, then per bin their count. A sample goes
+// in or out by a one-hot mask over the bins, so that the statistics stay in vector registers.
+template <class Acc, int32_t Bins> struct BinStats {
+    using Vector = typename AccVector<Acc>::Type;
+    using Index = typename AccVector<Acc>::Index;
+    static constexpr int32_t kLanes = int32_t(16 / sizeof(Acc));
+    static constexpr int32_t kVectors = Bins / kLanes;
+
+    Vector sums[kVectors];
+    Vector counts[kVectors];
+
+    // sign 1 puts the sample in, -1 (wrapping for unsigned accumulators) takes it out.
+    template <class Sample> void Add(Sample sample, int32_t bin, Acc sign)
+    {
+        const Vector zero = {};
+        for (int32_t k = 0; k < kVectors; ++k) {
+            Index lane = {};
+            for (int32_t i = 0; i < kLanes; ++i)
+                lane[i] = k * kLanes + i;
+            const Index hit = lane == bin;
+            sums[k] += hit ? zero + sign * Acc(sample) : zero;
+            counts[k] += hit ? zero + sign : zero;
+        }
+    }
+    void operator+=(const BinStats& other)
+    {
+        for (int32_t k = 0; k < kVectors; ++k)
+            sums[k] += other.sums[k], counts[k] += other.counts[k];
+    }
+    void operator-=(const BinStats& other)
+    {
+        for (int32_t k = 0; k < kVectors; ++k)
+            sums[k] -= other.sums[k], counts[k] -= other.counts[k];
+    }
+    // Bins j .. j + 3 of the sums or counts as float lanes.
+    static Lanes FloatLanes(const Vector* vectors, int32_t j)
+    {
+        if constexpr (kLanes == 4) {
+            return __builtin_convertvector(vectors[j / 4], Lanes);
+        } else {
+            const Vector low = vectors[j / 2], high = vectors[j / 2 + 1];
+            return Lanes{float(low[0]), float(low[1]), float(high[0]), float(high[1])};
+        }
+    }
+};
+
+// mean[j] = sum[j] / max(1, count[j]); weight[j] = max(0, 1 - |mean[j] - s| x inv); A and N are the
+// weighted sums and counts, added lane by lane (bin j in lane j mod 4), then across the lanes.
+template <class Acc, int32_t Bins>
+inline void WeightedTotals(const BinStats<Acc, Bins>& stats, float s, float inv, float& a, float& n)
+{
+    const Lanes zero = {}, one = zero + 1.0f;
+    Lanes laneA = zero, laneN = zero;
+    for (int32_t j = 0; j < Bins; j += 4) {
+        const Lanes sum = stats.FloatLanes(stats.sums, j);
+        const Lanes count = stats.FloatLanes(stats.counts, j);
+        const Lanes difference = sum / (count > one ? count : one) - s;
+        const Lanes distance = difference < zero ? -difference : difference;
+        const Lanes weight = one - distance * inv;
+        const Lanes clamped = weight > zero ? weight : zero;
+        laneA += clamped * sum;
+        laneN += clamped * count;
+    }
+    a = (laneA[0] + laneA[1]) + (laneA[2] + laneA[3]);
+    n = (laneN[0] + laneN[1]) + (laneN[2] + laneN[3]);
+}
+
+// truncate(A / N x amount + s x keep + 0.5), floats without the 0.5; s itself when N is not above 0.
+template <class Sample> inline Sample SurfaceValue(float a, float n, Sample s, float amount, float keep)
+{
+    return n > 0.0f ? FromRaw<Sample>(a / n * amount + float(s) * keep) : s;
+}
+
+struct SurfaceSettings {
+    int32_t radius;
+    float inv;
+    float amount;
+    float keep;
+    KXPoint offset;
+};
+
+// The ring holds W slots of statistics, one per source line of the window, each with the statistics of
+// every output column and colour plane; columns holds their totals.
+template <class Sample, class Acc, int32_t Bins> struct SurfaceJob {
+    using Stats = BinStats<Acc, Bins>;
+    int32_t window;
+    int32_t width;
+    PixelLayout layout;
+    SurfaceSettings settings;
+    Stats* ring;
+    Stats* columns;
+
+    size_t LineStats() const { return size_t(width) * size_t(layout.colourPlanes); }
+    Stats* Slot(int32_t index) const { return ring + size_t(index % window) * LineStats(); }
+
+    // Each plane of a line of width + 2r samples gives the window statistics of every output column, one
+    // sample out and one in per step; they go to the slot, and to visit(stats index, plane, column, run).
+    template <class Visit> [[gnu::flatten]] void RunLine(const Sample* line, Stats* slot, Visit&& visit) const
+    {
+        WithPlaneCounts(layout, [&](auto planes, auto colourPlanes) {
+            for (int32_t c = 0; c < colourPlanes; ++c) {
+                const Sample* in = line + c;
+                Stats run = {};
+                for (int32_t k = 0; k < window; ++k)
+                    run.Add(in[k * planes], SampleBin<Bins>(in[k * planes]), Acc(1));
+                for (int32_t x = 0;;) {
+                    const size_t at = size_t(x) * colourPlanes + c;
+                    slot[at] = run;
+                    visit(at, c, x, run);
+                    if (++x == width)
+                        break;
+                    const Sample leaving = in[(x - 1) * planes], entering = in[(x + window - 1) * planes];
+                    run.Add(leaving, SampleBin<Bins>(leaving), Acc(-1));
+                    run.Add(entering, SampleBin<Bins>(entering), Acc(1));
+                }
+            }
+        });
+    }
+
+    // A line of the window's first W - 1 joins the column totals.
+    void PrimeLine(const Sample* line, int32_t index) const
+    {
+        RunLine(line, Slot(index), [&](size_t at, int32_t, int32_t, const Stats& run) { columns[at] += run; });
+    }
+
+    // The newest line joins the column totals, the samples of the output line are finished, and the
+    // oldest line leaves.
+    void FinishLine(const Sample* line, int32_t index, const Sample* in, Sample* out) const
+    {
+        const Stats* dropped = Slot(index + 1);
+        const int32_t planes = layout.planes;
+        RunLine(line, Slot(index), [&](size_t at, int32_t c, int32_t x, const Stats& run) {
+            Stats& total = columns[at];
+            total += run;
+            float a, n;
+            const Sample s = in[x * planes + c];
+            WeightedTotals(total, float(s), settings.inv, a, n);
+            out[x * planes + c] = SurfaceValue(a, n, s, settings.amount, settings.keep);
+            total -= dropped[at];
+        });
+    }
+};
+
+template <class Sample, class Acc, int32_t Bins>
+int32_t SurfaceKernel(KXImage* source, KXImage* destination, const CEffectRect& rect, const SurfaceSettings& settings)
+{
+    using Job = SurfaceJob<Sample, Acc, Bins>;
+    const int32_t radius = settings.radius;
+    Job job{2 * radius + 1, rect.Width(), LayoutOf(destination), settings, nullptr, nullptr};
+    CAlignedBuffer ring(size_t(job.window) * job.LineStats() * sizeof(typename Job::Stats));
+    CAlignedBuffer columns(job.LineStats() * sizeof(typename Job::Stats));
+    job.ring = ring.As<typename Job::Stats>();
+    job.columns = columns.As<typename Job::Stats>();
+    CImageView lineView(source);
+    CImageView referenceView(source);
+    CImageView destinationView(destination);
+    auto readLine = [&](int32_t index) {
+        return static_cast<const Sample*>(
+            lineView.ReadRow(rect.top - radius + index, rect.left - radius, job.width + 2 * radius));
+    };
+    for (int32_t index = 0; index < job.window - 1; ++index)
+        job.PrimeLine(readLine(index), index);
+    for (int32_t y = 0; y < rect.Height(); ++y) {
+        const Sample* line = readLine(y + job.window - 1);
+        const auto* in = static_cast<const Sample*>(referenceView.ReadRow(rect.top + y, rect.left, job.width));
+        auto* out = static_cast<Sample*>(destinationView.WriteRow(rect.top + y - settings.offset.y,
+                                                                  rect.left - settings.offset.x, job.width));
+        if (job.layout.transparency != 0 && in != out)
+            std::memmove(out, in, size_t(job.width) * size_t(job.layout.planes) * sizeof(Sample));
+        job.FinishLine(line, y + job.window - 1, in, out);
+    }
+    destinationView.Detach();
+    return kKXNoErr;
+}
+
+// The accumulator keeps W x W x white exact: signed 32 bits (the fastest conversion to float) up to
+// 0x7fffffff, unsigned 32 bits up to 0xffffffff, 64 bits above; float samples sum in float.
+template <class Sample, int32_t Bins>
+int32_t SurfaceByAccumulator(KXImage* source, KXImage* destination, const CEffectRect& rect,
+                             const SurfaceSettings& settings)
+{
+    if constexpr (kIsFloatSample<Sample>) {
+        return SurfaceKernel<float, float, Bins>(source, destination, rect, settings);
+    } else {
+        const uint64_t window = 2 * uint64_t(settings.radius) + 1;
+        const uint64_t bound = window * window * uint64_t(kWhiteSample<Sample>);
+        if (bound <= 0x7fffffffu)
+            return SurfaceKernel<Sample, int32_t, Bins>(source, destination, rect, settings);
+        if (bound <= 0xffffffffu)
+            return SurfaceKernel<Sample, uint32_t, Bins>(source, destination, rect, settings);
+        return SurfaceKernel<Sample, uint64_t, Bins>(source, destination, rect, settings);
+    }
+}
+
+template <int32_t Bins>
+int32_t SurfaceBlurWithBins(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius,
+                            float threshold, float amount, KXPoint offset)
+{
+    if (!source || !destination || !rect)
+        return kKXErrBadParam;
+    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
+    if (!(amount > 0.0f) || radius <= 0 || !(threshold > 0.0f))
+        return KXEffectsCopyRect(source, destination, effectRect, offset);
+    return DispatchImageDepth(source, [&](auto tag) {
+        using Sample = typename decltype(tag)::Type;
+        if (effectRect.IsEmpty())
+            return int32_t(kKXNoErr);
+        // The weight is a tent of half-width 2.5 x threshold around the centre sample.
+        const SurfaceSettings settings{radius, 1.0f / (threshold * 2.5f * kWhite<Sample>), amount, 1.0f - amount,
+                                       offset};
+        return SurfaceByAccumulator<Sample, Bins>(source, destination, effectRect, settings);
+    });
+}
+
+// The pixel takes the blurred luma l (0..255) as its luma, keeping its chroma and hue.
+template <class Sample> inline void ApplyLuma(const Sample* in, uint8_t luma, Sample* out)
+{
+    float rgb[3] = {ToUnit(in[0]), ToUnit(in[1]), ToUnit(in[2])};
+    float lumaChromaHue[3];
+    KXEffectsRGBToLumaChromaHue(rgb, lumaChromaHue);
+    lumaChromaHue[0] = ToUnit(luma);
+    KXEffectsLumaChromaHueToRGB(lumaChromaHue, rgb);
+    for (int32_t c = 0; c < 3; ++c)
+        out[c] = FromUnit<Sample>(rgb[c]);
+}
+
+// Views on source, luma and destination, in that order; alpha carried across.
+template <class Sample>
+int32_t ApplyLumaKernel(KXImage* source, KXImage* luma, KXImage* destination, const CEffectRect& rect)
+{
+    const PixelLayout layout = LayoutOf(destination);
+    const int32_t width = rect.Width();
+    CImageView sourceView(source);
+    CImageView lumaView(luma);
+    CImageView destinationView(destination);
+    for (int32_t row = rect.top; row < rect.bottom; ++row) {
+        const auto* in = static_cast<const Sample*>(sourceView.ReadRow(row, rect.left, width));
+        const auto* lumaRow = static_cast<const uint8_t*>(lumaView.ReadRow(row, rect.left, width));
+        auto* out = static_cast<Sample*>(destinationView.WriteRow(row, rect.left, width));
+        if (layout.transparency != 0 && in != out)
+            std::memmove(out, in, size_t(width) * size_t(layout.planes) * sizeof(Sample));
+        for (int32_t x = 0; x < width; ++x)
+            ApplyLuma(in + x * layout.planes, lumaRow[x], out + x * layout.planes);
+    }
+    destinationView.Detach();
+    return kKXNoErr;
+}
+
+} // namespace
+
+int32_t SurfaceBlurDispatch(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius,
+                            float threshold, float amount, KXPoint offset)
+{
+    return SurfaceBlurWithBins<8>(source, destination, rect, radius, threshold, amount, offset);
+}
+
+int32_t SurfaceBlurFastDispatch(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius,
+                                float threshold, float amount, KXPoint offset)
+{
+    return SurfaceBlurWithBins<4>(source, destination, rect, radius, threshold, amount, offset);
+}
+
+int32_t KXEffectsSurfaceBlur(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius,
+                             float threshold, float amount)
+{
+    return SurfaceBlurDispatch(source, destination, rect, radius, threshold, amount, KXPointMake(0, 0));
+}
+
+int32_t KXEffectsSurfaceBlurWithOffset(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius,
+                                       float threshold, float amount, KXPoint offset)
+{
+    return SurfaceBlurDispatch(source, destination, rect, radius, threshold, amount, offset);
+}
+
+int32_t KXEffectsSurfaceBlurLuminosity(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius,
+                                       float threshold, float amount)
+{
+    if (!source || !destination || !rect)
+        return kKXErrBadParam;
+    return KXEffectsCatchStatus(kSourceFile, __LINE__, [&]() -> int32_t {
+        const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
+        // The surface blur would copy: so does its luminosity form, whatever the colour space.
+        if (!(amount > 0.0f) || radius <= 0 || !(threshold > 0.0f))
+            return KXEffectsCopyRect(source, destination, effectRect, KXPointMake(0, 0));
+        if (KXImageGetColorSpaceType(source) != KXColorSpaceRGB)
+            return kKXErrUnsupported;
+        const KXRect grown = KXRectOutset(rect, radius);
+        CImageRef luma;
+        KX_THROW_IF_ERROR(KXEffectsCreateLuminosityImage(source, luma.Out(), &grown, 1));
+        KX_THROW_IF_ERROR(SurfaceBlurDispatch(luma, luma, rect, radius, threshold, amount, KXPointMake(0, 0)));
+        KX_THROW_IF_ERROR(DispatchImageDepth(source, [&](auto tag) {
+            return ApplyLumaKernel<typename decltype(tag)::Type>(source, luma, destination, effectRect);
+        }));
+        return kKXNoErr;
+    });
+}

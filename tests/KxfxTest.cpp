@@ -1,0 +1,390 @@
+// The kxfx tool: files in and out at every depth through the built executable, one-line failures, and
+// its parts (setting kinds, image files, progress bar, library statuses) driven directly.
+#include "ImageFile.h"
+#include "KXEffects.h"
+#include "Progress.h"
+#include "Settings.h"
+#include "Status.h"
+
+#include <gtest/gtest.h>
+#include <opencv2/core.hpp>
+#include <opencv2/imgcodecs.hpp>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <sys/wait.h>
+
+namespace {
+
+std::string TempPath(const std::string& name)
+{
+    return testing::TempDir() + "kxfx_" + name;
+}
+
+std::string ReadText(const std::string& path)
+{
+    std::ifstream file(path);
+    std::stringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+struct Outcome {
+    int exitCode;
+    std::string out;
+    std::string err;
+};
+
+Outcome RunKxfx(const std::string& arguments)
+{
+    const std::string out = TempPath("stdout.txt");
+    const std::string err = TempPath("stderr.txt");
+    const std::string command = std::string(KXFX_PATH) + " " + arguments + " >" + out + " 2>" + err;
+    const int status = std::system(command.c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadText(out), ReadText(err)};
+}
+
+// Three-channel float TIFF would otherwise be written in OpenCV's lossy LogLuv encoding.
+void WriteExact(const std::string& path, const cv::Mat& mat)
+{
+    ASSERT_TRUE(cv::imwrite(path, mat, {cv::IMWRITE_TIFF_COMPRESSION, 5}));
+}
+
+cv::Mat RandomMat(int type, uint64_t seed, double low, double high)
+{
+    cv::Mat mat(13, 9, type);
+    cv::RNG generator(seed);
+    generator.fill(mat, cv::RNG::UNIFORM, low, high);
+    return mat;
+}
+
+// Inverse of every colour channel, alpha (the last of 2 or 4 channels) as it was.
+cv::Mat Inverted(const cv::Mat& mat, double white)
+{
+    std::vector<cv::Mat> channels;
+    cv::split(mat, channels);
+    const size_t colours = channels.size() % 2 == 0 ? channels.size() - 1 : channels.size();
+    for (size_t c = 0; c < colours; ++c) {
+        cv::Mat inverted;
+        cv::subtract(cv::Scalar::all(white), channels[c], inverted, cv::noArray(), mat.depth());
+        channels[c] = inverted;
+    }
+    cv::Mat merged;
+    cv::merge(channels, merged);
+    return merged;
+}
+
+void ExpectSameMat(const cv::Mat& expected, const cv::Mat& actual)
+{
+    ASSERT_EQ(expected.type(), actual.type());
+    ASSERT_EQ(expected.size(), actual.size());
+    EXPECT_EQ(cv::norm(expected, actual, cv::NORM_INF), 0.0);
+}
+
+struct FileCase {
+    const char* name;
+    int type;
+    double white;
+    double low, high; // range of the random samples
+};
+
+const FileCase kFileCases[] = {
+    {"rgb16.tif", CV_16UC3, 65535.0, 0.0, 65536.0},
+    {"rgb32.tif", CV_32FC3, 1.0, -0.25, 1.25}, // float is not clamped either way
+    {"rgba32.tiff", CV_32FC4, 1.0, 0.0, 1.0},
+    {"rgba16.png", CV_16UC4, 65535.0, 0.0, 65536.0},
+    {"gray8.png", CV_8UC1, 255.0, 0.0, 256.0},
+    {"rgb8.tif", CV_8UC3, 255.0, 0.0, 256.0},
+};
+
+TEST(KxfxTool, InvertsFilesOfEveryDepthExactly)
+{
+    uint64_t seed = 1;
+    for (const FileCase& file : kFileCases) {
+        SCOPED_TRACE(file.name);
+        const std::string input = TempPath(std::string("in_") + file.name);
+        const std::string output = TempPath(std::string("out_") + file.name);
+        const cv::Mat source = RandomMat(file.type, seed++, file.low, file.high);
+        WriteExact(input, source);
+        const Outcome outcome = RunKxfx("invert " + input + " " + output);
+        ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
+        EXPECT_EQ(outcome.err, "");
+        ExpectSameMat(Inverted(source, file.white), cv::imread(output, cv::IMREAD_UNCHANGED));
+    }
+}
+
+TEST(KxfxTool, InvertsOnlyTheRectangle)
+{
+    const std::string input = TempPath("rect_in.png");
+    const std::string output = TempPath("rect_out.png");
+    const cv::Mat source = RandomMat(CV_16UC3, 7, 0.0, 65536.0);
+    ASSERT_TRUE(cv::imwrite(input, source));
+    // Partly beyond the image: the part inside is inverted, the rest of the output keeps the input.
+    const Outcome outcome = RunKxfx("invert " + input + " " + output + " --rect 2,3,20,4");
+    ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
+    cv::Mat expected = source.clone();
+    const cv::Rect inside(2, 3, source.cols - 2, 4);
+    Inverted(source(inside), 65535.0).copyTo(expected(inside));
+    ExpectSameMat(expected, cv::imread(output, cv::IMREAD_UNCHANGED));
+}
+
+TEST(KxfxTool, CopyKeepsEverySampleAndAlpha)
+{
+    for (int type : {CV_8UC4, CV_16UC4}) {
+        SCOPED_TRACE(type);
+        const std::string input = TempPath("copy_in.png");
+        const std::string output = TempPath("copy_out.png");
+        const cv::Mat source = RandomMat(type, uint64_t(type), 0.0, type == CV_8UC4 ? 256.0 : 65536.0);
+        ASSERT_TRUE(cv::imwrite(input, source));
+        const Outcome outcome = RunKxfx("copy " + input + " " + output);
+        ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
+        ExpectSameMat(source, cv::imread(output, cv::IMREAD_UNCHANGED));
+    }
+}
+
+TEST(KxfxTool, RoundsDeepResultsIntoShallowFormats)
+{
+    // Float to PNG: 16-bit, rounded, clamped to 0..1 after the inversion.
+    const std::string floatInput = TempPath("deep.tif");
+    const std::string pngOutput = TempPath("deep.png");
+    const cv::Mat floats = (cv::Mat_<float>(1, 6) << 0.25f, 0.75f, 1.5f, -0.5f, 0.0f, 1.0f);
+    WriteExact(floatInput, floats);
+    ASSERT_EQ(RunKxfx("invert " + floatInput + " " + pngOutput).exitCode, 0);
+    const cv::Mat expected16 = (cv::Mat_<uint16_t>(1, 6) << 49151, 16384, 0, 65535, 65535, 0);
+    ExpectSameMat(expected16, cv::imread(pngOutput, cv::IMREAD_UNCHANGED));
+
+    // 16-bit to JPEG: 8-bit; a flat colour keeps JPEG's own error within one or two levels.
+    const std::string input16 = TempPath("flat16.png");
+    const std::string jpegOutput = TempPath("flat.jpg");
+    ASSERT_TRUE(cv::imwrite(input16, cv::Mat(16, 16, CV_16UC3, cv::Scalar(257 * 10, 257 * 128, 257 * 240))));
+    ASSERT_EQ(RunKxfx("invert " + input16 + " " + jpegOutput).exitCode, 0);
+    const cv::Mat jpeg = cv::imread(jpegOutput, cv::IMREAD_UNCHANGED);
+    ASSERT_EQ(jpeg.type(), CV_8UC3);
+    const cv::Mat expected8(16, 16, CV_8UC3, cv::Scalar(245, 127, 15));
+    EXPECT_LE(cv::norm(expected8, jpeg, cv::NORM_INF), 2.0);
+}
+
+TEST(KxfxTool, BadInputFailsWithOneLineAndNoOutput)
+{
+    const std::string input = TempPath("good.png");
+    const std::string output = TempPath("never.png");
+    const std::string notImage = TempPath("text.png");
+    ASSERT_TRUE(cv::imwrite(input, cv::Mat(4, 4, CV_8UC3, cv::Scalar(1, 2, 3))));
+    std::ofstream(notImage) << "not an image\n";
+    const std::string cases[] = {
+        "",
+        "blur " + input + " " + output,
+        "invert " + input + " " + output + " --amount 2",
+        "invert " + TempPath("missing.png") + " " + output,
+        "invert " + notImage + " " + output,
+        "invert " + input + " " + output + " --rect",
+        "invert " + input + " " + output + " --rect 1,2,3",
+        "invert " + input + " " + output + " --rect 0,0,-1,4",
+        "invert " + input,
+        "invert " + input + " " + TempPath("never.bmp"),
+        "invert " + input + " " + TempPath("no_such_dir/never.png"),
+    };
+    for (const std::string& arguments : cases) {
+        SCOPED_TRACE(arguments);
+        std::filesystem::remove(output);
+        const Outcome outcome = RunKxfx(arguments);
+        EXPECT_NE(outcome.exitCode, 0);
+        EXPECT_EQ(outcome.err.rfind("kxfx: ", 0), 0u) << outcome.err;
+        EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
+        EXPECT_FALSE(std::filesystem::exists(output));
+        EXPECT_FALSE(std::filesystem::exists(output + ".partial"));
+    }
+}
+
+TEST(KxfxTool, HelpAndListDescribeTheEffects)
+{
+    const std::pair<const char*, const char*> cases[] = {{"--help", "usage: kxfx EFFECT"},
+                                                         {"help", "usage: kxfx EFFECT"},
+                                                         {"help invert", "usage: kxfx invert INPUT OUTPUT"},
+                                                         {"list", "\ncopy "}};
+    for (const auto& [arguments, text] : cases) {
+        SCOPED_TRACE(arguments);
+        const Outcome outcome = RunKxfx(arguments);
+        EXPECT_EQ(outcome.exitCode, 0);
+        EXPECT_EQ(outcome.err, "");
+        EXPECT_NE(outcome.out.find(text), std::string::npos) << outcome.out;
+    }
+}
+
+// One pixel of an image as floats in the raw scale of its depth.
+std::vector<float> PixelOf(KXImage* image, int32_t x, int32_t y)
+{
+    const KXRect one = KXRectMake(x, y, 1, 1);
+    const int32_t planes = KXImageGetNumPlanes(image);
+    const int32_t depth = KXImageGetDepth(image);
+    cv::Mat pixel(1, 1, CV_MAKETYPE(depth == 8 ? CV_8U : depth == 16 ? CV_16U : CV_32F, planes));
+    EXPECT_EQ(KXImageRead2(image, &one, 0, -1, pixel.data, -1, 0), 0);
+    pixel.convertTo(pixel, CV_32F);
+    return std::vector<float>(pixel.ptr<float>(), pixel.ptr<float>() + planes);
+}
+
+// Pixel order and depth conversion, which a symmetric effect cannot show: files hold BGR, images RGB.
+TEST(KxfxParts, ReadsAndWritesRedFirstAtTheRequestedDepth)
+{
+    const std::string path = TempPath("bgr.png");
+    const cv::Scalar bgr(10, 20, 30);
+    ASSERT_TRUE(cv::imwrite(path, cv::Mat(2, 3, CV_8UC3, bgr)));
+    struct DepthCase {
+        int32_t depth;
+        float scale; // of a file sample into the image
+    };
+    for (const DepthCase& want : {DepthCase{8, 1.0f}, DepthCase{16, 257.0f}, DepthCase{32, 1.0f / 255.0f}}) {
+        SCOPED_TRACE(want.depth);
+        const ImageHandle image = ReadImageFile(path, want.depth == 8 ? 0 : want.depth);
+        ASSERT_EQ(KXImageGetDepth(image.get()), want.depth);
+        ASSERT_EQ(KXImageGetColorSpaceType(image.get()), KXColorSpaceRGB);
+        const std::vector<float> pixel = PixelOf(image.get(), 2, 1);
+        ASSERT_EQ(pixel.size(), 3u);
+        for (int c = 0; c < 3; ++c)
+            EXPECT_NEAR(pixel[c], float(bgr[2 - c]) * want.scale, 1e-6f) << "plane " << c;
+
+        const std::string written = TempPath("bgr_back.tif");
+        WriteImageFile(image.get(), written);
+        cv::Mat back = cv::imread(written, cv::IMREAD_UNCHANGED);
+        ASSERT_EQ(back.depth(), want.depth == 8 ? CV_8U : want.depth == 16 ? CV_16U : CV_32F);
+        back.convertTo(back, CV_32F);
+        for (int c = 0; c < 3; ++c)
+            EXPECT_NEAR(back.at<cv::Vec3f>(1, 2)[c], float(bgr[c]) * want.scale, 1e-6f) << "channel " << c;
+    }
+}
+
+TEST(KxfxParts, ParsesEverySettingKindAndRejectsMalformedText)
+{
+    EXPECT_EQ(ParseBlendMode("scrn"), 0x7363726eu);
+    EXPECT_EQ(ParseBlendMode("hue"), 0x68756520u); // padded: "hue "
+    EXPECT_EQ(ParseBlendMode("Norm"), 0x4e6f726du);
+    EXPECT_EQ(ParseFloat("-1e-3"), -1e-3f);
+    EXPECT_EQ(ParseInteger("-12"), -12);
+    EXPECT_TRUE(ParseBool("yes"));
+    EXPECT_FALSE(ParseBool("0"));
+    const Colour colour = ParseColour("1,0.5,-0.25");
+    EXPECT_EQ(colour.red, 1.0f);
+    EXPECT_EQ(colour.green, 0.5f);
+    EXPECT_EQ(colour.blue, -0.25f);
+    const KXPoint point = ParsePoint("3,-4");
+    EXPECT_EQ(point.x, 3);
+    EXPECT_EQ(point.y, -4);
+    const KXRect rect = ParseRect("100,50,20,10");
+    EXPECT_EQ(rect.x, 100);
+    EXPECT_EQ(rect.y, 50);
+    EXPECT_EQ(rect.width, 20);
+    EXPECT_EQ(rect.height, 10);
+    EXPECT_EQ(ParseCurve("0,0;128,150;255,255"), (std::vector<float>{0, 0, 128, 150, 255, 255}));
+    const std::string curveFile = TempPath("curve.txt");
+    std::ofstream(curveFile) << "0 0.5,\n1\n";
+    EXPECT_EQ(ParseCurve(curveFile), (std::vector<float>{0.0f, 0.5f, 1.0f}));
+
+    const std::vector<std::function<void()>> malformed = {
+        [] { ParseBlendMode(""); },
+        [] { ParseBlendMode("toolong"); },
+        [] { ParseFloat("abc"); },
+        [] { ParseFloat("nan"); },
+        [] { ParseFloat("inf"); },
+        [] { ParseFloat("1.5x"); },
+        [] { ParseFloat(""); },
+        [] { ParseInteger("1.5"); },
+        [] { ParseInteger("99999999999"); },
+        [] { ParseBool("maybe"); },
+        [] { ParseColour("1,2"); },
+        [] { ParseColour("1,2,x"); },
+        [] { ParsePoint("3.5,1"); },
+        [] { ParseCurve("0,0;128"); },
+        [] { ParseCurve(""); },
+        [] { ParseCurve("missing.txt"); },
+        [] { ParseRect("0,0,-1,1"); },
+        [] { ParseRect("0,0,1"); },
+    };
+    for (size_t i = 0; i < malformed.size(); ++i)
+        EXPECT_THROW(malformed[i](), ToolError) << "case " << i;
+}
+
+TEST(KxfxParts, SettingsNameThemselvesAndReadImagesOnlyWhenGiven)
+{
+    int reads = 0;
+    const ImageReader reader = [&](const std::string&) {
+        ++reads;
+        return ImageHandle();
+    };
+    const SettingSpec radius = {"radius", SettingKind::Float, "0", "help"};
+    try {
+        ParseSetting(radius, "wide", reader);
+        ADD_FAILURE() << "no error";
+    } catch (const ToolError& error) {
+        EXPECT_STREQ(error.what(), "--radius: 'wide' is not a number");
+    }
+    const SettingSpec mask = {"mask", SettingKind::Image, "", "help"};
+    EXPECT_EQ(std::get<ImageHandle>(ParseSetting(mask, "", reader)), nullptr);
+    EXPECT_EQ(reads, 0);
+    ParseSetting(mask, "mask.png", reader);
+    EXPECT_EQ(reads, 1);
+}
+
+TEST(KxfxParts, ProgressBarDrawsStagesOnlyWhenEnabled)
+{
+    for (bool enabled : {true, false}) {
+        char* text = nullptr;
+        size_t size = 0;
+        std::FILE* stream = open_memstream(&text, &size);
+        {
+            const ProgressBar bar(stream, enabled);
+            KXProgressDoProgressBeginStage(bar.Progress(), 0, "", 1100);
+            KXProgressDoProgressUpdateStage(bar.Progress(), 550);
+            KXProgressDoProgressUpdateStage(bar.Progress(), 1100);
+            KXProgressDoProgressEndStage(bar.Progress());
+        }
+        std::fclose(stream);
+        const std::string drawn(text, size);
+        std::free(text);
+        if (!enabled) {
+            EXPECT_EQ(drawn, "");
+            continue;
+        }
+        const std::string half = "[" + std::string(20, '#') + std::string(20, '-') + "]  50%";
+        EXPECT_NE(drawn.find(half), std::string::npos) << drawn;
+        EXPECT_EQ(drawn.substr(drawn.size() - 7), "] 100%\n") << drawn;
+    }
+}
+
+TEST(KxfxParts, LibraryFailuresBecomeOneLine)
+{
+    RecordLibraryEvents();
+    KXImage* image = nullptr;
+    const KXRect bounds = KXRectMake(0, 0, 2, 2);
+    ASSERT_EQ(KXImageCreateWithParams2(&bounds, 8, 1, KXColorSpaceGray, 0, KXDataSourceMemory, &image), 0);
+    const ImageHandle owned = AdoptImage(image);
+    CallLibrary("invert", false, [&] { return KXEffectsInvert(image, image, &bounds); });
+    struct FailureCase {
+        bool verbose;
+        std::function<int32_t()> call;
+        const char* message;
+    };
+    const FailureCase cases[] = {
+        {false, [&] { return KXEffectsInvert(image, image, nullptr); },
+         "invert failed with status 1005 (bad parameter)"},
+        {true,
+         []() -> int32_t {
+             KXLogEvent(kKXErrUnsupported, "Source/Common/KXEffects/KXEffectsInvert", 12);
+             throw int32_t(kKXErrUnsupported);
+         },
+         "invert failed with status 1020 (unsupported depth, plane size or colour space); last event 1020 at "
+         "Source/Common/KXEffects/KXEffectsInvert:12"},
+    };
+    for (const FailureCase& failure : cases) {
+        try {
+            CallLibrary("invert", failure.verbose, failure.call);
+            ADD_FAILURE() << "no error for " << failure.message;
+        } catch (const ToolError& error) {
+            EXPECT_STREQ(error.what(), failure.message);
+        }
+    }
+}
+
+} // namespace

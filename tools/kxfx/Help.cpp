@@ -1,0 +1,62 @@
+#include "Help.h"
+
+namespace {
+
+constexpr const char* kUsage = R"(usage: kxfx EFFECT INPUT... OUTPUT [--rect x,y,width,height] [--SETTING VALUE ...]
+                   [--verbose] [--progress]
+       kxfx list           every effect with its settings and their neutral values
+       kxfx help EFFECT    the files and settings of one effect
+       kxfx --help         this text
+
+Runs EFFECT on INPUT over the rectangle (default: the whole image) and writes OUTPUT, which keeps INPUT
+outside the rectangle. Settings not given take their neutral values.
+
+Files: PNG, TIFF or JPEG with 8-bit, 16-bit or 32-bit float samples, gray or RGB, with or without alpha.
+The format of OUTPUT follows its extension (.png, .tif, .tiff, .jpg, .jpeg) and keeps the depth of INPUT
+where it can: TIFF holds all three depths, PNG 8 and 16 bits (float becomes 16-bit), JPEG 8 bits only
+(16-bit and float become 8-bit). Converted samples are rounded, float clamped to 0..1. Further input
+images, and image settings, are brought to the depth of INPUT.
+
+Setting values: float 0.5; integer 12; bool true or false; blend mode up to four characters (scrn, hue);
+colour r,g,b; point x,y; image file; curve x,y;x,y;... or a file of numbers.
+Also --SETTING=VALUE.
+
+  --verbose   adds the library's last logged event to a failure
+  --progress  draws a progress bar on standard error even when it is not a terminal
+
+On failure kxfx prints one line on standard error, exits with 1 and writes no output file.
+)";
+
+void PrintSettings(std::FILE* stream, const EffectRow& row)
+{
+    for (const SettingSpec& setting : row.settings)
+        std::fprintf(stream, "    --%s (%s, neutral %s): %s\n", setting.name, SettingKindName(setting.kind),
+                     *setting.neutral ? setting.neutral : "none", setting.help);
+}
+
+} // namespace
+
+void PrintUsage(std::FILE* stream)
+{
+    std::fputs(kUsage, stream);
+}
+
+void PrintEffectHelp(std::FILE* stream, const EffectRow& row)
+{
+    std::fprintf(stream, "usage: kxfx %s", row.name);
+    for (const char* input : row.inputs)
+        std::fprintf(stream, " %s", input);
+    std::fprintf(stream, " OUTPUT [--rect x,y,width,height]%s\n", row.settings.empty() ? "" : " [--SETTING VALUE ...]");
+    std::fprintf(stream, "  %s\n", row.summary);
+    if (row.settings.empty())
+        std::fputs("  no settings\n", stream);
+    PrintSettings(stream, row);
+}
+
+void PrintEffectList(std::FILE* stream)
+{
+    for (const EffectRow& row : EffectTable()) {
+        std::fprintf(stream, "%-20s %s\n", row.name, row.summary);
+        PrintSettings(stream, row);
+    }
+}

@@ -1,0 +1,195 @@
+// OpenCV holds colour as BGR(A) and names depths by its own constants; the images hold RGB(A) and depth
+// 8, 16 or 32. Everything here translates between the two.
+#include "ImageFile.h"
+
+#include "Status.h"
+
+#include <opencv2/core.hpp>
+#include <opencv2/core/utils/logger.hpp>
+#include <opencv2/imgcodecs.hpp>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <vector>
+
+namespace {
+
+struct OutputFormat {
+    const char* extension;
+    int32_t deepest;
+    bool tiff;
+};
+
+constexpr OutputFormat kOutputFormats[] = {
+    {".png", 16, false}, {".tif", 32, true}, {".tiff", 32, true}, {".jpg", 8, false}, {".jpeg", 8, false}};
+
+// OpenCV writes three-channel float TIFF in the lossy LogLuv encoding unless told otherwise; LZW keeps
+// every sample.
+constexpr int kTiffCompressionLzw = 5;
+
+std::string Quoted(const std::string& path)
+{
+    return "'" + path + "'";
+}
+
+const OutputFormat& OutputFormatOf(const std::string& path)
+{
+    const size_t dot = path.find_last_of("./");
+    std::string extension = dot == std::string::npos || path[dot] == '/' ? "" : path.substr(dot);
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return char(std::tolower(c)); });
+    for (const OutputFormat& format : kOutputFormats)
+        if (extension == format.extension)
+            return format;
+    throw ToolError("cannot write " + Quoted(path) + ": the name must end in .png, .tif, .tiff, .jpg or .jpeg");
+}
+
+int32_t DepthOfMat(int matDepth)
+{
+    return matDepth == CV_8U ? 8 : matDepth == CV_16U ? 16 : matDepth == CV_32F ? 32 : 0;
+}
+
+int MatDepthOf(int32_t depth)
+{
+    return depth == 8 ? CV_8U : depth == 16 ? CV_16U : CV_32F;
+}
+
+double WhiteOf(int32_t depth)
+{
+    return depth == 8 ? 255.0 : depth == 16 ? 65535.0 : 1.0;
+}
+
+// convertTo rounds and saturates, which clamps float to 0..1 on the way to an integer depth.
+cv::Mat ConvertDepth(const cv::Mat& mat, int32_t from, int32_t to)
+{
+    if (from == to)
+        return mat;
+    cv::Mat converted;
+    mat.convertTo(converted, MatDepthOf(to), WhiteOf(to) / WhiteOf(from));
+    return converted;
+}
+
+// The swap is its own inverse, so it serves reading and writing.
+cv::Mat SwapRedBlue(const cv::Mat& mat)
+{
+    if (mat.channels() < 3)
+        return mat;
+    cv::Mat swapped(mat.size(), mat.type());
+    const int pairs[] = {0, 2, 1, 1, 2, 0, 3, 3};
+    cv::mixChannels(&mat, 1, &swapped, 1, pairs, size_t(mat.channels()));
+    return swapped;
+}
+
+// OpenCV's writers take two channels for something else; gray with alpha goes out as RGBA.
+cv::Mat ExpandGrayAlpha(const cv::Mat& mat)
+{
+    if (mat.channels() != 2)
+        return mat;
+    cv::Mat expanded(mat.size(), CV_MAKETYPE(mat.depth(), 4));
+    const int pairs[] = {0, 0, 0, 1, 0, 2, 1, 3};
+    cv::mixChannels(&mat, 1, &expanded, 1, pairs, 4);
+    return expanded;
+}
+
+ImageHandle ImageFromMat(const cv::Mat& mat, int32_t depth)
+{
+    const int32_t planes = mat.channels();
+    const int32_t transparency = planes == 2 || planes == 4 ? 1 : 0;
+    const int32_t colorSpace = planes <= 2 ? KXColorSpaceGray : KXColorSpaceRGB;
+    const KXRect bounds = KXRectMake(0, 0, mat.cols, mat.rows);
+    KXImage* image = nullptr;
+    CheckCoreStatus(
+        KXImageCreateWithParams2(&bounds, depth, planes, colorSpace, transparency, KXDataSourceMemory, &image),
+        "cannot make an image of " + std::to_string(mat.cols) + "x" + std::to_string(mat.rows));
+    ImageHandle handle = AdoptImage(image);
+    CheckCoreStatus(KXImageWrite2(image, &bounds, 0, -1, mat.data, int32_t(mat.step[0]), 0), "cannot fill an image");
+    return handle;
+}
+
+cv::Mat MatFromImage(KXImage* image)
+{
+    const KXRect bounds = KXImageGetBounds(image);
+    const int type = CV_MAKETYPE(MatDepthOf(KXImageGetDepth(image)), KXImageGetNumPlanes(image));
+    cv::Mat mat(bounds.height, bounds.width, type);
+    CheckCoreStatus(KXImageRead2(image, &bounds, 0, -1, mat.data, int32_t(mat.step[0]), 0), "cannot read the result");
+    return mat;
+}
+
+// Tells a missing or closed file from one that OpenCV cannot decode.
+void CheckReadable(const std::string& path)
+{
+    std::FILE* file = std::fopen(path.c_str(), "rb");
+    if (!file)
+        throw ToolError("cannot read " + Quoted(path) + ": " + std::strerror(errno));
+    std::fclose(file);
+}
+
+// Writes beside the target and renames, so that a failed write leaves no partial file behind.
+void WriteWholeFile(const std::string& path, const std::vector<uchar>& bytes)
+{
+    const std::string partial = path + ".partial";
+    std::FILE* file = std::fopen(partial.c_str(), "wb");
+    if (!file)
+        throw ToolError("cannot write " + Quoted(path) + ": " + std::strerror(errno));
+    const bool written = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
+    const bool closed = std::fclose(file) == 0;
+    if (!written || !closed || std::rename(partial.c_str(), path.c_str()) != 0) {
+        const int error = errno;
+        std::remove(partial.c_str());
+        throw ToolError("cannot write " + Quoted(path) + ": " + std::strerror(error));
+    }
+}
+
+} // namespace
+
+void QuietImageCodecs()
+{
+    cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_SILENT);
+}
+
+ImageHandle ReadImageFile(const std::string& path, int32_t depth)
+{
+    CheckReadable(path);
+    cv::Mat mat;
+    try {
+        mat = cv::imread(path, cv::IMREAD_UNCHANGED);
+    } catch (const cv::Exception&) {
+        // A damaged file: reported below like an unreadable one.
+    }
+    if (mat.empty())
+        throw ToolError("cannot read " + Quoted(path) + ": not a PNG, TIFF or JPEG file, or damaged");
+    const int32_t fileDepth = DepthOfMat(mat.depth());
+    if (fileDepth == 0)
+        throw ToolError("cannot read " + Quoted(path) + ": samples are not 8-bit, 16-bit or 32-bit float");
+    if (mat.channels() > 4)
+        throw ToolError("cannot read " + Quoted(path) + ": more than four channels");
+    const int32_t target = depth != 0 ? depth : fileDepth;
+    return ImageFromMat(SwapRedBlue(ConvertDepth(mat, fileDepth, target)), target);
+}
+
+void CheckOutputName(const std::string& path)
+{
+    OutputFormatOf(path);
+}
+
+void WriteImageFile(KXImage* image, const std::string& path)
+{
+    const OutputFormat& format = OutputFormatOf(path);
+    const int32_t depth = KXImageGetDepth(image);
+    const int32_t target = std::min(depth, format.deepest);
+    const cv::Mat mat = ExpandGrayAlpha(SwapRedBlue(ConvertDepth(MatFromImage(image), depth, target)));
+    std::vector<uchar> bytes;
+    bool encoded = false;
+    try {
+        const std::vector<int> parameters = {cv::IMWRITE_TIFF_COMPRESSION, kTiffCompressionLzw};
+        encoded = cv::imencode(format.extension, mat, bytes, format.tiff ? parameters : std::vector<int>());
+    } catch (const cv::Exception&) {
+        // Reported below with the name of the file.
+    }
+    if (!encoded)
+        throw ToolError("cannot encode " + Quoted(path) + " as " + (format.extension + 1));
+    WriteWholeFile(path, bytes);
+}

@@ -1,0 +1,136 @@
+// kxfx: runs one effect of the KXEffects library on an image file.
+#include "CommandLine.h"
+#include "EffectTable.h"
+#include "Help.h"
+#include "ImageFile.h"
+#include "Progress.h"
+#include "Status.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <new>
+
+namespace {
+
+const EffectRow& RequireEffect(const std::string& name)
+{
+    const EffectRow* row = FindEffect(name);
+    if (!row)
+        throw ToolError("unknown effect '" + name + "'; see kxfx list");
+    return *row;
+}
+
+void CheckFileCount(const EffectRow& row, const CommandLine& line)
+{
+    if (line.files.size() == row.inputs.size() + 1)
+        return;
+    std::string names;
+    for (const char* input : row.inputs)
+        names += std::string(input) + " ";
+    const size_t count = line.files.size();
+    throw ToolError(std::string(row.name) + " takes " + names + "OUTPUT, but " + std::to_string(count) +
+                    (count == 1 ? " file name was given" : " file names were given"));
+}
+
+void CheckSettingNames(const EffectRow& row, const CommandLine& line)
+{
+    for (const auto& [name, text] : line.settings) {
+        const bool known = std::any_of(row.settings.begin(), row.settings.end(),
+                                       [&](const SettingSpec& spec) { return name == spec.name; });
+        if (!known)
+            throw ToolError(std::string(row.name) + " has no setting --" + name + "; see kxfx help " + row.name);
+    }
+}
+
+// Every setting of the row, the last one given winning over the neutral value.
+SettingValues CollectSettings(const EffectRow& row, const CommandLine& line, int32_t depth)
+{
+    const ImageReader readImage = [depth](const std::string& path) { return ReadImageFile(path, depth); };
+    SettingValues values;
+    for (const SettingSpec& spec : row.settings) {
+        std::string_view text = spec.neutral;
+        for (const auto& [name, given] : line.settings)
+            if (name == spec.name)
+                text = given;
+        values.Set(spec.name, ParseSetting(spec, text, readImage));
+    }
+    return values;
+}
+
+std::vector<ImageHandle> ReadInputs(const CommandLine& line)
+{
+    std::vector<ImageHandle> inputs = {ReadImageFile(line.files.front())};
+    const int32_t depth = KXImageGetDepth(inputs.front().get());
+    for (size_t i = 1; i + 1 < line.files.size(); ++i)
+        inputs.push_back(ReadImageFile(line.files[i], depth));
+    return inputs;
+}
+
+// Everything is checked and read before the effect runs; the output is written only after it succeeds.
+int RunEffect(const EffectRow& row, const CommandLine& line)
+{
+    CheckFileCount(row, line);
+    CheckSettingNames(row, line);
+    CheckOutputName(line.files.back());
+    const std::vector<ImageHandle> inputs = ReadInputs(line);
+    KXImage* source = inputs.front().get();
+    const SettingValues settings = CollectSettings(row, line, KXImageGetDepth(source));
+    KXImage* copy = nullptr;
+    CheckCoreStatus(KXImageCreateCopy(source, &copy), "cannot copy the input");
+    const ImageHandle destination = AdoptImage(copy);
+    std::vector<KXImage*> images;
+    for (const ImageHandle& input : inputs)
+        images.push_back(input.get());
+    const ProgressBar bar(stderr, line.progress || isatty(STDERR_FILENO));
+    const EffectCall call{images, copy, line.rect.value_or(KXImageGetBounds(source)), settings, bar.Progress()};
+    CallLibrary(row.name, line.verbose, [&] { return row.run(call); });
+    WriteImageFile(copy, line.files.back());
+    return 0;
+}
+
+int Run(std::span<const std::string> words)
+{
+    if (words.empty())
+        throw ToolError("no effect given; see kxfx --help");
+    const std::string& first = words.front();
+    if (first == "--help" || first == "-h" || (first == "help" && words.size() == 1)) {
+        PrintUsage(stdout);
+        return 0;
+    }
+    if (first == "help") {
+        PrintEffectHelp(stdout, RequireEffect(words[1]));
+        return 0;
+    }
+    if (first == "list") {
+        PrintEffectList(stdout);
+        return 0;
+    }
+    return RunEffect(RequireEffect(first), ParseCommandLine(words));
+}
+
+// Messages from OpenCV can span lines; the failure stays one line.
+std::string OneLine(std::string text)
+{
+    std::replace(text.begin(), text.end(), '\n', ' ');
+    while (!text.empty() && text.back() == ' ')
+        text.pop_back();
+    return text;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    RecordLibraryEvents();
+    QuietImageCodecs();
+    const std::vector<std::string> words(argv + 1, argv + argc);
+    try {
+        return Run(words);
+    } catch (const std::bad_alloc&) {
+        std::fputs("kxfx: out of memory\n", stderr);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "kxfx: %s\n", OneLine(error.what()).c_str());
+    }
+    return 1;
+}
