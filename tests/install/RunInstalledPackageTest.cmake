@@ -50,10 +50,10 @@ find_program(consumer kxeffects_consumer PATHS ${WORK_DIR}/consumer PATH_SUFFIXE
 run_step("run the consumer" ${run_env} ${consumer})
 
 # ---- pkg-config ----
-# The file names the prefix chosen at configure time; the package was installed elsewhere.
+# The file finds its prefix from its own place, so the flags suit this install prefix.
 find_program(pkg_config pkg-config REQUIRED)
 run_step("pkg-config" ${CMAKE_COMMAND} -E env PKG_CONFIG_PATH=${pkgconfig_dir}
-  ${pkg_config} --define-variable=prefix=${prefix} --cflags --libs kxeffects)
+  ${pkg_config} --cflags --libs kxeffects)
 separate_arguments(pc_flags UNIX_COMMAND "${step_output}")
 find_program(c_compiler NAMES cc gcc clang REQUIRED)
 run_step("compile with the pkg-config flags" ${c_compiler} -std=c11 ${sanitize_flags} ${consumer_source}/pkgconfig.c

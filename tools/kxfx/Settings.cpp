@@ -76,9 +76,9 @@ std::vector<float> ParsePointList(std::string_view text)
     return numbers;
 }
 
-SettingValue ParseValue(const SettingSpec& spec, std::string_view text, const ImageReader& readImage)
+SettingValue ParseValue(const SettingSpec& setting, std::string_view text, const ImageReader& readImage)
 {
-    switch (spec.kind) {
+    switch (setting.kind) {
     case SettingKind::Float:
         return ParseFloat(text);
     case SettingKind::Integer:
@@ -109,12 +109,12 @@ const char* SettingKindName(SettingKind kind)
     return kNames[size_t(kind)];
 }
 
-SettingValue ParseSetting(const SettingSpec& spec, std::string_view text, const ImageReader& readImage)
+SettingValue ParseSetting(const SettingSpec& setting, std::string_view text, const ImageReader& readImage)
 {
     try {
-        return ParseValue(spec, text, readImage);
+        return ParseValue(setting, text, readImage);
     } catch (const ToolError& error) {
-        throw ToolError(std::string("--") + spec.name + ": " + error.what());
+        throw ToolError(std::string("--") + setting.name + ": " + error.what());
     }
 }
 

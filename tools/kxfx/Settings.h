@@ -44,7 +44,7 @@ using ImageReader = std::function<ImageHandle(const std::string& path)>;
 const char* SettingKindName(SettingKind kind);
 
 // Throws ToolError naming the setting when text is not a value of its kind.
-SettingValue ParseSetting(const SettingSpec& spec, std::string_view text, const ImageReader& readImage);
+SettingValue ParseSetting(const SettingSpec& setting, std::string_view text, const ImageReader& readImage);
 
 float ParseFloat(std::string_view text);
 int32_t ParseInteger(std::string_view text);

@@ -37,7 +37,7 @@ void CheckSettingNames(const EffectRow& row, const CommandLine& line)
 {
     for (const auto& [name, text] : line.settings) {
         const bool known = std::any_of(row.settings.begin(), row.settings.end(),
-                                       [&](const SettingSpec& spec) { return name == spec.name; });
+                                       [&](const SettingSpec& setting) { return name == setting.name; });
         if (!known)
             throw ToolError(std::string(row.name) + " has no setting --" + name + "; see kxfx help " + row.name);
     }
@@ -48,12 +48,12 @@ SettingValues CollectSettings(const EffectRow& row, const CommandLine& line, int
 {
     const ImageReader readImage = [depth](const std::string& path) { return ReadImageFile(path, depth); };
     SettingValues values;
-    for (const SettingSpec& spec : row.settings) {
-        std::string_view text = spec.neutral;
+    for (const SettingSpec& setting : row.settings) {
+        std::string_view text = setting.neutral;
         for (const auto& [name, given] : line.settings)
-            if (name == spec.name)
+            if (name == setting.name)
                 text = given;
-        values.Set(spec.name, ParseSetting(spec, text, readImage));
+        values.Set(setting.name, ParseSetting(setting, text, readImage));
     }
     return values;
 }

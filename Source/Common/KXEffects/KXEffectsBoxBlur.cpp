@@ -173,8 +173,16 @@ void SumLine(const Sample* line, int32_t windowWidth, int32_t width, Planes plan
     const Sample* leaving = line - planes;
     const Sample* coming = line + ptrdiff_t(windowWidth - 1) * planes;
     const ptrdiff_t count = ptrdiff_t(width) * planes;
-    for (ptrdiff_t i = planes; i < count; ++i)
-        slot[i] = (slot[i - planes] - Sum(leaving[i])) + Sum(coming[i]);
+    if constexpr (std::is_integral_v<Sum>) {
+        // Exact in integers: the differences first, in a loop that vectorises, then their running sum.
+        for (ptrdiff_t i = planes; i < count; ++i)
+            slot[i] = Sum(coming[i]) - Sum(leaving[i]);
+        for (ptrdiff_t i = planes; i < count; ++i)
+            slot[i] += slot[i - planes];
+    } else {
+        for (ptrdiff_t i = planes; i < count; ++i)
+            slot[i] = (slot[i - planes] - Sum(leaving[i])) + Sum(coming[i]);
+    }
 }
 
 // One output line over all its samples: each column sum takes in the newest slot, gives the finished

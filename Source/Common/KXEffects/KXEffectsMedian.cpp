@@ -45,30 +45,41 @@ public:
     }
 
     // m becomes the first value whose running total from bin 0 is above area / 2, walking from the last m.
+    // The state is worked on in locals: byte counts may alias anything, so the compiler would otherwise
+    // reload it after every count it writes.
     int32_t Settle()
     {
-        if (m_below > m_half) {
-            while (m_below - m_counts[m_median] > m_half)
-                m_below -= m_counts[m_median--];
+        const Count* counts = m_counts;
+        int32_t median = m_median;
+        uint32_t below = m_below;
+        if (below > m_half) {
+            while (below - counts[median] > m_half)
+                below -= counts[median--];
         } else {
             do
-                m_below += m_counts[++m_median];
-            while (m_below <= m_half);
+                below += counts[++median];
+            while (below <= m_half);
         }
-        return m_median;
+        m_median = median;
+        m_below = below;
+        return median;
     }
 
     // Takes out the samples of the left column and puts in those of the right one, row by row.
     template <class Sample> void Slide(const Sample* left, const Sample* right, int32_t window)
     {
+        Count* counts = m_counts;
+        const int32_t median = m_median;
+        uint32_t below = m_below;
         for (int32_t k = 0; k < window; ++k) {
             const int32_t out = Bins::Bin(left[k]);
             const int32_t in = Bins::Bin(right[k]);
-            --m_counts[out];
-            m_below -= out <= m_median;
-            ++m_counts[in];
-            m_below += in <= m_median;
+            --counts[out];
+            below -= out <= median;
+            ++counts[in];
+            below += in <= median;
         }
+        m_below = below;
     }
 
 private:
@@ -100,32 +111,42 @@ template <class Sample> struct RankJob {
     }
 };
 
+// The colour planes of a row side by side, each with its own histogram, so that their walks and slides,
+// which are chains through memory, overlap.
 template <class Sample, class Count, class Bins>
-void RankPlane(const RankJob<Sample>& job, MovingHistogram<Count, Bins>& histogram, int32_t plane,
-               const Sample* in, Sample* out)
+void RankRow(const RankJob<Sample>& job, MovingHistogram<Count, Bins>* histograms, const Sample* in, Sample* out)
 {
-    const Sample* columns = job.Columns(plane);
     const int32_t window = job.window;
-    histogram.Start(columns);
-    for (int32_t x = 0; x < job.width; ++x) {
-        const int32_t median = Bins::Value(histogram.Settle());
-        const int32_t at = x * job.layout.planes + plane;
-        out[at] = Sample(RankValue(median, in[at], job.threshold));
-        if (x + 1 < job.width)
-            histogram.Slide(columns + size_t(x) * window, columns + size_t(x + window) * window, window);
-    }
+    WithPlaneCounts(job.layout, [&](auto planes, auto colourPlanes) {
+        for (int32_t c = 0; c < colourPlanes; ++c)
+            histograms[c].Start(job.Columns(c));
+        for (int32_t x = 0; x < job.width; ++x)
+            for (int32_t c = 0; c < colourPlanes; ++c) {
+                const int32_t median = Bins::Value(histograms[c].Settle());
+                const int32_t at = x * planes + c;
+                out[at] = Sample(RankValue(median, in[at], job.threshold));
+                if (x + 1 < job.width) {
+                    const Sample* columns = job.Columns(c);
+                    histograms[c].Slide(columns + size_t(x) * window, columns + size_t(x + window) * window, window);
+                }
+            }
+    });
 }
 
 template <class Sample, class Count, class Bins>
 int32_t RankKernel(KXImage* source, KXImage* destination, const CEffectRect& rect, int32_t radius, int32_t threshold)
 {
+    using Histogram = MovingHistogram<Count, Bins>;
     const int32_t window = 2 * radius + 1;
     RankJob<Sample> job{radius, window, rect.Width() + 2 * radius, rect.Width(), uint32_t(window) * uint32_t(window),
                         threshold, LayoutOf(destination), nullptr};
-    CAlignedBuffer ring(size_t(job.layout.colourPlanes) * size_t(job.span) * size_t(window) * sizeof(Sample));
-    CAlignedBuffer counts(sizeof(Count) * Bins::kCount);
+    const size_t planes = size_t(job.layout.colourPlanes);
+    CAlignedBuffer ring(planes * size_t(job.span) * size_t(window) * sizeof(Sample));
+    CAlignedBuffer counts(planes * sizeof(Count) * Bins::kCount);
+    CAlignedBuffer histograms(planes * sizeof(Histogram));
     job.ring = ring.As<Sample>();
-    MovingHistogram<Count, Bins> histogram(counts.As<Count>(), job.area);
+    for (size_t c = 0; c < planes; ++c)
+        new (histograms.As<Histogram>() + c) Histogram(counts.As<Count>() + c * Bins::kCount, job.area);
     CImageView sourceView(source);
     CImageView destinationView(destination);
     auto storeLine = [&](int32_t index) {
@@ -140,8 +161,7 @@ int32_t RankKernel(KXImage* source, KXImage* destination, const CEffectRect& rec
         auto* out = static_cast<Sample*>(destinationView.WriteRow(y, rect.left, job.width));
         if (job.layout.transparency != 0 && in != out)
             std::memmove(out, in, size_t(job.width) * size_t(job.layout.planes) * sizeof(Sample));
-        for (int32_t c = 0; c < job.layout.colourPlanes; ++c)
-            RankPlane(job, histogram, c, in, out);
+        RankRow(job, histograms.As<Histogram>(), in, out);
     }
     destinationView.Detach();
     return kKXNoErr;

@@ -32,6 +32,7 @@ template <int32_t Bins> inline int32_t SampleBin(float sample)
 // Whole rows of bins move as 16-byte vectors (a vector extension of GCC and Clang): float lanes for the
 // weights, accumulator lanes for the statistics, and index lanes of the accumulator's width for masks.
 typedef float Lanes __attribute__((vector_size(16)));
+typedef int32_t IntLanes __attribute__((vector_size(16)));
 
 template <class Acc> struct AccVector;
 template <> struct AccVector<int32_t> {
@@ -62,18 +63,24 @@ template <class Acc, int32_t Bins> struct BinStats {
     Vector sums[kVectors];
     Vector counts[kVectors];
 
-    // sign 1 puts the sample in, -1 (wrapping for unsigned accumulators) takes it out.
-    template <class Sample> void Add(Sample sample, int32_t bin, Acc sign)
+    // The value in the lanes of the bin, 0 elsewhere.
+    static Vector Masked(Index hit, Acc value) { return (Vector)(hit & (Index)(Vector{} + value)); }
+    static Index Hit(int32_t k, int32_t bin)
     {
-        const Vector zero = {};
-        for (int32_t k = 0; k < kVectors; ++k) {
-            Index lane = {};
-            for (int32_t i = 0; i < kLanes; ++i)
-                lane[i] = k * kLanes + i;
-            const Index hit = lane == bin;
-            sums[k] += hit ? zero + sign * Acc(sample) : zero;
-            counts[k] += hit ? zero + sign : zero;
-        }
+        Index lane = {};
+        for (int32_t i = 0; i < kLanes; ++i)
+            lane[i] = k * kLanes + i;
+        return lane == bin;
+    }
+    void Put(Acc value, int32_t bin)
+    {
+        for (int32_t k = 0; k < kVectors; ++k)
+            sums[k] += Masked(Hit(k, bin), value), counts[k] += Masked(Hit(k, bin), Acc(1));
+    }
+    void Take(Acc value, int32_t bin)
+    {
+        for (int32_t k = 0; k < kVectors; ++k)
+            sums[k] -= Masked(Hit(k, bin), value), counts[k] -= Masked(Hit(k, bin), Acc(1));
     }
     void operator+=(const BinStats& other)
     {
@@ -97,6 +104,18 @@ template <class Acc, int32_t Bins> struct BinStats {
     }
 };
 
+// |x| and max(0, x) on float lanes by their bits: the sign cleared; the lanes not above 0 (NaN among
+// them) cleared.
+inline Lanes Abs(Lanes x)
+{
+    return (Lanes)((IntLanes)x & 0x7fffffff);
+}
+
+inline Lanes NotBelowZero(Lanes x)
+{
+    return (Lanes)((IntLanes)x & (x > 0.0f));
+}
+
 // mean[j] = sum[j] / max(1, count[j]); weight[j] = max(0, 1 - |mean[j] - s| x inv); A and N are the
 // weighted sums and counts, added lane by lane (bin j in lane j mod 4), then across the lanes.
 template <class Acc, int32_t Bins>
@@ -107,12 +126,9 @@ inline void WeightedTotals(const BinStats<Acc, Bins>& stats, float s, float inv,
     for (int32_t j = 0; j < Bins; j += 4) {
         const Lanes sum = stats.FloatLanes(stats.sums, j);
         const Lanes count = stats.FloatLanes(stats.counts, j);
-        const Lanes difference = sum / (count > one ? count : one) - s;
-        const Lanes distance = difference < zero ? -difference : difference;
-        const Lanes weight = one - distance * inv;
-        const Lanes clamped = weight > zero ? weight : zero;
-        laneA += clamped * sum;
-        laneN += clamped * count;
+        const Lanes weight = NotBelowZero(one - Abs(sum / (count > one ? count : one) - s) * inv);
+        laneA += weight * sum;
+        laneN += weight * count;
     }
     a = (laneA[0] + laneA[1]) + (laneA[2] + laneA[3]);
     n = (laneN[0] + laneN[1]) + (laneN[2] + laneN[3]);
@@ -146,29 +162,33 @@ template <class Sample, class Acc, int32_t Bins> struct SurfaceJob {
     size_t LineStats() const { return size_t(width) * size_t(layout.colourPlanes); }
     Stats* Slot(int32_t index) const { return ring + size_t(index % window) * LineStats(); }
 
-    // Each plane of a line of width + 2r samples gives the window statistics of every output column, one
-    // sample out and one in per step; they go to the slot, and to visit(stats index, plane, column, run).
+    // Each plane of a line of width + 2r samples gives the window statistics of every output column: those
+    // of the column before with one sample out and one in. They go to the slot, and to visit(stats index,
+    // plane, column, statistics), pixel by pixel.
     template <class Visit> [[gnu::flatten]] void RunLine(const Sample* line, Stats* slot, Visit&& visit) const
     {
         WithPlaneCounts(layout, [&](auto planes, auto colourPlanes) {
             for (int32_t c = 0; c < colourPlanes; ++c) {
-                const Sample* in = line + c;
                 Stats run = {};
                 for (int32_t k = 0; k < window; ++k)
-                    run.Add(in[k * planes], SampleBin<Bins>(in[k * planes]), Acc(1));
-                for (int32_t x = 0;;) {
+                    Put(run, line[k * planes + c]);
+                slot[c] = run;
+                visit(size_t(c), c, 0, run);
+            }
+            for (int32_t x = 1; x < width; ++x)
+                for (int32_t c = 0; c < colourPlanes; ++c) {
                     const size_t at = size_t(x) * colourPlanes + c;
+                    Stats run = slot[at - colourPlanes];
+                    const Sample leaving = line[(x - 1) * planes + c];
+                    run.Take(Acc(leaving), SampleBin<Bins>(leaving));
+                    Put(run, line[(x + window - 1) * planes + c]);
                     slot[at] = run;
                     visit(at, c, x, run);
-                    if (++x == width)
-                        break;
-                    const Sample leaving = in[(x - 1) * planes], entering = in[(x + window - 1) * planes];
-                    run.Add(leaving, SampleBin<Bins>(leaving), Acc(-1));
-                    run.Add(entering, SampleBin<Bins>(entering), Acc(1));
                 }
-            }
         });
     }
+
+    static void Put(Stats& stats, Sample sample) { stats.Put(Acc(sample), SampleBin<Bins>(sample)); }
 
     // A line of the window's first W - 1 joins the column totals.
     void PrimeLine(const Sample* line, int32_t index) const
