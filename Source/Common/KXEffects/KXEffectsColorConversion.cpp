@@ -10,18 +10,29 @@
 
 namespace {
 
-constexpr int32_t kColorConversions = 6;
-constexpr int32_t kImageConversions = 9;
+// The conversion numbers; the one-colour form takes the first six.
+enum : int32_t {
+    kRGBToHSV,
+    kHSVToRGB,
+    kRGBToHSL,
+    kHSLToRGB,
+    kRGBToYCC,
+    kYCCToRGB,
+    kRGBToGray,
+    kGrayToRGB,
+    kRGBToGrayOnWhite,
+    kColorConversions = kRGBToGray,
+    kImageConversions = kRGBToGrayOnWhite + 1
+};
 
-// Conversion 7 reads one gray plane; 6 and 8 write one.
 constexpr int32_t InputPlanes(int32_t conversion)
 {
-    return conversion == 7 ? 1 : 3;
+    return conversion == kGrayToRGB ? 1 : 3;
 }
 
 constexpr int32_t OutputPlanes(int32_t conversion)
 {
-    return conversion == 6 || conversion == 8 ? 1 : 3;
+    return conversion == kRGBToGray || conversion == kRGBToGrayOnWhite ? 1 : 3;
 }
 
 // YCbCr back to RGB leaves each plane limited to 0..1.
@@ -34,22 +45,22 @@ inline void LimitToUnit(float* rgb)
 // One pixel of a conversion; alpha is the source's alpha in 0..1, or 1 without one. Reads before writing.
 template <int32_t Conversion> void ConvertPixel(const float* in, float alpha, float* out)
 {
-    if constexpr (Conversion == 0) {
+    if constexpr (Conversion == kRGBToHSV) {
         KXEffectsRGBToHSV(in, out);
-    } else if constexpr (Conversion == 1) {
+    } else if constexpr (Conversion == kHSVToRGB) {
         KXEffectsHSVToRGB(in, out);
-    } else if constexpr (Conversion == 2) {
+    } else if constexpr (Conversion == kRGBToHSL) {
         KXEffectsRGBToHSL(in, out);
-    } else if constexpr (Conversion == 3) {
+    } else if constexpr (Conversion == kHSLToRGB) {
         KXEffectsHSLToRGB(in, out);
-    } else if constexpr (Conversion == 4) {
+    } else if constexpr (Conversion == kRGBToYCC) {
         KXEffectsRGBToYCC(in, out);
-    } else if constexpr (Conversion == 5) {
+    } else if constexpr (Conversion == kYCCToRGB) {
         KXEffectsYCCToRGB(in, out);
         LimitToUnit(out);
-    } else if constexpr (Conversion == 6) {
+    } else if constexpr (Conversion == kRGBToGray) {
         out[0] = Luma(in);
-    } else if constexpr (Conversion == 7) {
+    } else if constexpr (Conversion == kGrayToRGB) {
         const float gray = in[0];
         out[0] = out[1] = out[2] = gray;
     } else {

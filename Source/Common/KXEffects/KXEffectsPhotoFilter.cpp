@@ -36,6 +36,15 @@ FilterArguments ReadFilterArguments(va_list args)
     return read;
 }
 
+// The values of filterKind: a flat colour, or a linear or radial gradient of colour1 over nothing or over
+// colour2.
+enum : int32_t { kFlat = 0, kLinear = 1, kLinearTwoColours = 2, kRadial = 3, kRadialTwoColours = 4 };
+
+constexpr bool UsesSecondColour(int32_t filterKind)
+{
+    return filterKind == kLinearTwoColours || filterKind == kRadialTwoColours;
+}
+
 // Everything a pixel needs, set up once per call.
 struct FilterSetup {
     float saturation;
@@ -54,7 +63,6 @@ FilterSetup MakeSetup(const FilterArguments& read, float saturation, float contr
 {
     // The angle goes through double on its way to radians.
     const float angle = float(double(read.angleOrRadius) * std::numbers::pi / 180.0);
-    const bool twoColours = filterKind == 2 || filterKind == 4;
     FilterSetup setup{.saturation = saturation,
                       .contrastSquare = -2.0f * contrast,
                       .contrastLinear = 3.0f * contrast,
@@ -69,7 +77,7 @@ FilterSetup MakeSetup(const FilterArguments& read, float saturation, float contr
                       .opacity1 = read.opacity1,
                       .colour2 = {},
                       .opacity2 = read.opacity2};
-    if (twoColours)
+    if (UsesSecondColour(filterKind))
         std::copy(read.colour2, read.colour2 + 3, setup.colour2);
     return setup;
 }
@@ -86,12 +94,12 @@ inline float ClampWeight(float t)
     return t < 0.0f ? 0.0f : (t > 1.0f ? 1.0f : t);
 }
 
-// Linear kinds 1, 2: t = clamp(((x - cx) cos a / L + (y - cy) sin a / L) / 2 + 0.5).
-// Radial kinds 3, 4: t = clamp((d - R) / F / 2 + 0.5), d the distance to the centre.
+// Linear: t = clamp(((x - cx) cos a / L + (y - cy) sin a / L) / 2 + 0.5).
+// Radial: t = clamp((d - R) / F / 2 + 0.5), d the distance to the centre.
 template <int32_t Kind> float FilterWeight(const FilterSetup& setup, float x, float y)
 {
     const float dx = x - setup.centreX, dy = y - setup.centreY;
-    if constexpr (Kind == 1 || Kind == 2)
+    if constexpr (Kind == kLinear || Kind == kLinearTwoColours)
         return ClampWeight((dx * setup.directionX + dy * setup.directionY) * 0.5f + 0.5f);
     else
         return ClampWeight((std::sqrt(dx * dx + dy * dy) - setup.radius) * setup.inverseFeather * 0.5f + 0.5f);
@@ -102,14 +110,14 @@ struct FilterPaint {
     float opacity;
 };
 
-// Kind 0: colour1 at opacity1; one-colour kinds: opacity t opacity1; two-colour kinds mix colour and
+// Flat: colour1 at opacity1; one-colour gradients: opacity t opacity1; two-colour gradients mix colour and
 // opacity by t from the second to the first.
 template <int32_t Kind> FilterPaint PaintAt(const FilterSetup& setup, float x, float y)
 {
     const float* first = setup.colour1;
-    if constexpr (Kind == 0) {
+    if constexpr (Kind == kFlat) {
         return {{first[0], first[1], first[2]}, setup.opacity1};
-    } else if constexpr (Kind == 1 || Kind == 3) {
+    } else if constexpr (!UsesSecondColour(Kind)) {
         return {{first[0], first[1], first[2]}, FilterWeight<Kind>(setup, x, y) * setup.opacity1};
     } else {
         const float t = FilterWeight<Kind>(setup, x, y), u = 1.0f - t;
@@ -156,11 +164,11 @@ template <class Fn> int32_t DispatchFilterKind(int32_t filterKind, Fn&& fn)
 {
     using std::integral_constant;
     switch (filterKind) {
-    case 0: return fn(integral_constant<int32_t, 0>{});
-    case 1: return fn(integral_constant<int32_t, 1>{});
-    case 2: return fn(integral_constant<int32_t, 2>{});
-    case 3: return fn(integral_constant<int32_t, 3>{});
-    case 4: return fn(integral_constant<int32_t, 4>{});
+    case kFlat: return fn(integral_constant<int32_t, kFlat>{});
+    case kLinear: return fn(integral_constant<int32_t, kLinear>{});
+    case kLinearTwoColours: return fn(integral_constant<int32_t, kLinearTwoColours>{});
+    case kRadial: return fn(integral_constant<int32_t, kRadial>{});
+    case kRadialTwoColours: return fn(integral_constant<int32_t, kRadialTwoColours>{});
     default: return kKXErrBadParam;
     }
 }
@@ -195,8 +203,7 @@ int32_t KXEffectsPhotoFilter(KXImage* source, KXImage* destination, const KXRect
     va_start(args, mode);
     const FilterArguments read = ReadFilterArguments(args);
     va_end(args);
-    const bool twoColours = filterKind == 2 || filterKind == 4;
-    if (!source || !destination || !rect || !read.colour1 || (twoColours && !read.colour2))
+    if (!source || !destination || !rect || !read.colour1 || (UsesSecondColour(filterKind) && !read.colour2))
         return kKXErrBadParam;
     const FilterSetup setup = MakeSetup(read, saturation, contrast, filterKind);
     return PhotoFilter(source, destination, CEffectRect::FromKXRect(*rect), filterKind, mode, setup);
