@@ -22,8 +22,8 @@ cv::Mat Texture(int32_t width, int32_t height, int32_t depth)
     cv::RNG generator{uint64_t(depth)};
     generator.fill(noise, cv::RNG::UNIFORM, cv::Scalar::all(0.0), cv::Scalar::all(1.0));
     cv::blur(noise, texture, cv::Size(15, 15));
-    generator.fill(noise, cv::RNG::NORMAL, cv::Scalar::all(0.0), cv::Scalar::all(0.02));
-    texture = (texture - 0.5) * 3.0 + 0.5 + noise;
+    generator.fill(noise, cv::RNG::NORMAL, cv::Scalar::all(0.0), cv::Scalar::all(0.01));
+    texture = (texture - cv::Scalar::all(0.5)) * 3.0 + cv::Scalar::all(0.5) + noise;
     cv::Mat samples;
     texture.convertTo(samples, depth == 8 ? CV_8UC4 : CV_16UC4, depth == 8 ? 255.0 : 65535.0);
     return samples;
@@ -101,12 +101,15 @@ void RegisterMedian(int32_t depth, int32_t radius)
 // of 0.1 and a spatial spread of half the radius.
 void RegisterSurfaceBlur(int32_t depth, int32_t radius)
 {
-    Register(Case("SurfaceBlur", depth, radius, "kx"), depth, false, [radius](FilterImages& images, const KXRect& rect) {
-        KXEffectsSurfaceBlur(images.source, images.destination, &rect, radius, 0.1f, 1.0f);
-    });
-    Register(Case("SurfaceBlur", depth, radius, "opencv"), depth, true, [radius, depth](FilterImages& images, const KXRect&) {
-        cv::bilateralFilter(images.colour, images.colourOut, 2 * radius + 1, depth == 8 ? 25.5 : 0.1, radius * 0.5);
-    });
+    Register(Case("SurfaceBlur", depth, radius, "kx"), depth, false,
+             [radius](FilterImages& images, const KXRect& rect) {
+                 KXEffectsSurfaceBlur(images.source, images.destination, &rect, radius, 0.1f, 1.0f);
+             });
+    Register(Case("SurfaceBlur", depth, radius, "opencv"), depth, true,
+             [radius, depth](FilterImages& images, const KXRect&) {
+                 cv::bilateralFilter(images.colour, images.colourOut, 2 * radius + 1, depth == 8 ? 25.5 : 0.1,
+                                     radius * 0.5);
+             });
 }
 
 const bool kRegistered = [] {

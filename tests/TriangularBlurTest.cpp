@@ -32,9 +32,9 @@ TEST(TriangularBlur, MatchesTheTentFormula)
         for (int32_t radius : {0, 1, 4}) {
             SCOPED_TRACE(CaseName(depth, lockable, ("radius " + std::to_string(radius)).c_str()));
             ExpectTent(source, KXRectMake(1, -6, 13, 9), radius);
-            ExpectTileAndInPlace(source, KXRectMake(9, -1, 4, 5), radius, [radius](KXImage* s, KXImage* d, const KXRect* r) {
-                return KXEffectsTriangularBlur(s, d, r, radius);
-            });
+            ExpectTileAndInPlace(
+                source, KXRectMake(9, -1, 4, 5), radius,
+                [radius](KXImage* s, KXImage* d, const KXRect* r) { return KXEffectsTriangularBlur(s, d, r, radius); });
         }
     });
 }

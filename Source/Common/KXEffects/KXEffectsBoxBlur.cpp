@@ -44,15 +44,17 @@ template <class Sample> inline Sample RoundToSample(float value)
         return FromRaw<Sample>(value);
 }
 
-// A sum to float, rounded once as a direct conversion rounds. A 32-bit sum goes in two exact halves, a form
-// that vectorises where unsigned conversions do not; 64-bit sums convert as unsigned.
-inline float SumToFloat(uint32_t sum)
+// A sum to float, rounded once as a direct conversion rounds, from two parts that are exact as floats: a form
+// that vectorises where unsigned conversions do not. Wide sums of 8 and 16-bit samples stay below 2^48 for
+// any radius under 32768; those of 32-bit integer samples need not, and convert directly.
+template <class Sample, class Sum> inline float SumToFloat(Sum sum)
 {
-    return float(int32_t(sum >> 16)) * 65536.0f + float(int32_t(sum & 0xffffu));
-}
-template <class Sum> inline float SumToFloat(Sum sum)
-{
-    return float(sum);
+    if constexpr (std::is_same_v<Sum, uint32_t>)
+        return float(int32_t(sum >> 16)) * 65536.0f + float(int32_t(sum & 0xffffu));
+    else if constexpr (std::is_same_v<Sum, uint64_t> && !std::is_same_v<Sample, uint32_t>)
+        return float(int32_t(sum >> 24)) * 16777216.0f + float(int32_t(sum & 0xffffffu));
+    else
+        return float(sum);
 }
 
 // s (1 - amount) + S / area x amount; integers round, floats add in double with S kept 64-bit.
@@ -70,7 +72,7 @@ template <class Sample, class Sum> struct AmountFinish {
         if constexpr (std::is_floating_point_v<Sample>)
             return float(double(s * keep) + double(scale) * sum);
         else
-            return RoundToSample<Sample>(float(s) * keep + SumToFloat(sum) * scale);
+            return RoundToSample<Sample>(float(s) * keep + SumToFloat<Sample>(sum) * scale);
     }
 };
 
@@ -86,7 +88,7 @@ template <class Sample, class Sum> struct ThresholdFinish {
     }
     Sample operator()(Sample s, Sum sum) const
     {
-        const float average = SumToFloat(sum) * scale;
+        const float average = SumToFloat<Sample>(sum) * scale;
         return std::fabs(average - float(s)) >= threshold ? RoundToSample<Sample>(average) : s;
     }
 };
@@ -102,7 +104,7 @@ template <class Sample, class Sum> struct PlainFinish {
         if constexpr (std::is_floating_point_v<Sample>)
             return float(sum * scale);
         else
-            return RoundToSample<Sample>(SumToFloat(sum) * scale);
+            return RoundToSample<Sample>(SumToFloat<Sample>(sum) * scale);
     }
 };
 
@@ -120,12 +122,20 @@ template <class Mode> struct BlendFinishOf {
         }
         Sample operator()(Sample s, Sum sum) const
         {
-            return MixBlurBlend<Mode, Sample>(ToUnit(s), SumToFloat(sum) * factor, keep, amount);
+            return MixBlurBlend<Mode, Sample>(ToUnit(s), SumToFloat<Sample>(sum) * factor, keep, amount);
         }
     };
 };
 
 // ---- Kernel ----
+
+// The two loops that carry the cost, SumLine and FinishLine, are built twice on x86-64, the second for
+// processors with AVX2 and taken on those at load; both do the same arithmetic in the same order.
+#if defined(__x86_64__) && defined(__GNUC__)
+#define KX_AVX2_CLONES __attribute__((target_clones("avx2", "default")))
+#else
+#define KX_AVX2_CLONES
+#endif
 
 // The ring of row sums, one slot of width x planes per window line, and the column sums of the slots inside
 // the window, laid out like the pixels so that a line finishes in one pass.
@@ -162,7 +172,7 @@ private:
 // window, each further one takes the previous sum less the sample that left, plus the one that came in, in
 // that order. Alpha is summed with the rest, as the cost is the same, and ignored.
 template <class Sum, class Sample, class Planes>
-void SumLine(const Sample* line, int32_t windowWidth, int32_t width, Planes planes, Sum* slot)
+KX_AVX2_CLONES void SumLine(const Sample* line, int32_t windowWidth, int32_t width, Planes planes, Sum* slot)
 {
     for (int32_t c = 0; c < planes; ++c) {
         Sum run = 0;
@@ -170,25 +180,26 @@ void SumLine(const Sample* line, int32_t windowWidth, int32_t width, Planes plan
             run += Sum(line[ptrdiff_t(i) * planes + c]);
         slot[c] = run + Sum(line[ptrdiff_t(windowWidth - 1) * planes + c]);
     }
-    const Sample* leaving = line - planes;
-    const Sample* coming = line + ptrdiff_t(windowWidth - 1) * planes;
-    const ptrdiff_t count = ptrdiff_t(width) * planes;
+    // For the pixel of index i + planes, line[i] leaves the window and coming[i] enters it.
+    const Sample* coming = line + ptrdiff_t(windowWidth) * planes;
+    const ptrdiff_t count = ptrdiff_t(width - 1) * planes;
+    Sum* next = slot + planes;
     if constexpr (std::is_integral_v<Sum>) {
         // Exact in integers: the differences first, in a loop that vectorises, then their running sum.
-        for (ptrdiff_t i = planes; i < count; ++i)
-            slot[i] = Sum(coming[i]) - Sum(leaving[i]);
-        for (ptrdiff_t i = planes; i < count; ++i)
-            slot[i] += slot[i - planes];
+        for (ptrdiff_t i = 0; i < count; ++i)
+            next[i] = Sum(coming[i]) - Sum(line[i]);
+        for (ptrdiff_t i = 0; i < count; ++i)
+            next[i] += slot[i];
     } else {
-        for (ptrdiff_t i = planes; i < count; ++i)
-            slot[i] = (slot[i - planes] - Sum(leaving[i])) + Sum(coming[i]);
+        for (ptrdiff_t i = 0; i < count; ++i)
+            next[i] = (slot[i] - Sum(line[i])) + Sum(coming[i]);
     }
 }
 
 // One output line over all its samples: each column sum takes in the newest slot, gives the finished
 // sample, then lets the oldest slot go. Each index is read before it is written, so kept may be out.
 template <class Sample, class Sum, class Finish>
-void FinishLine(Sum* columns, const Sum* added, const Sum* dropped, const Sample* kept, Sample* out,
+KX_AVX2_CLONES void FinishLine(Sum* columns, const Sum* added, const Sum* dropped, const Sample* kept, Sample* out,
                 ptrdiff_t count, Finish finish)
 {
 #pragma GCC ivdep

@@ -116,7 +116,8 @@ int32_t FixedFilterKernel(KXImage* source, KXImage* destination, const CEffectRe
         view.Attach(source);
     CImageView destinationView(destination);
     auto readLine = [&](int32_t index) {
-        held[index % 3] = static_cast<const Sample*>(lines[index % 3].ReadRow(rect.top + index - 1, rect.left - 1, width + 2));
+        held[index % 3] =
+            static_cast<const Sample*>(lines[index % 3].ReadRow(rect.top + index - 1, rect.left - 1, width + 2));
     };
     readLine(0);
     readLine(1);
@@ -208,10 +209,12 @@ int32_t EmbossKernel(KXImage* source, KXImage* destination, const CEffectRect& r
     for (int32_t y = rect.top; y < rect.bottom; ++y) {
         const Sample* rows[4];
         for (int32_t k = 0; k < 4; ++k)
-            rows[k] = static_cast<const Sample*>(tapViews[k].ReadRow(y + lineOffsets[k], rect.left - reach, width + 2 * reach));
+            rows[k] = static_cast<const Sample*>(
+                tapViews[k].ReadRow(y + lineOffsets[k], rect.left - reach, width + 2 * reach));
         auto* out = static_cast<Sample*>(destinationView.WriteRow(y, rect.left, width));
         if (layout.transparency != 0)
-            std::memmove(out, reference.ReadRow(y, rect.left, width), size_t(width) * size_t(layout.planes) * sizeof(Sample));
+            std::memmove(out, reference.ReadRow(y, rect.left, width),
+                         size_t(width) * size_t(layout.planes) * sizeof(Sample));
         EmbossRow<Sample>(rows, out, width, reach, layout, taps, amount);
     }
     destinationView.Detach();

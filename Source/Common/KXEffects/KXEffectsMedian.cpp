@@ -5,7 +5,6 @@
 #include <cstdlib>
 
 namespace {
-constexpr const char* kSourceFile = "Source/Common/KXEffects/KXEffectsMedian";
 
 // s if t > 0 and |m - s| < t, else m: the median (t = 0) always takes m, dust and scratch only outliers.
 inline int32_t RankValue(int32_t median, int32_t sample, int32_t threshold)
@@ -29,61 +28,94 @@ struct HighByteBins {
 };
 
 // The histogram of one plane over the W x W window, with the running median m and below, the number of
-// samples at or below m.
+// samples at or below m. A histogram of more than 256 bins keeps the totals of blocks of 16 bins too, so
+// that its walk crosses a block it does not stop in at one step.
 template <class Count, class Bins> class MovingHistogram {
 public:
-    MovingHistogram(Count* counts, uint32_t area) : m_counts(counts), m_area(area), m_half(area / 2) {}
+    static constexpr bool kBlocks = Bins::kCount > 256;
+    static constexpr int32_t kBlockBits = 4;
+    static constexpr int32_t kBlockEnd = (1 << kBlockBits) - 1;
+    static constexpr size_t kCounts = size_t(Bins::kCount) + (kBlocks ? size_t(Bins::kCount) >> kBlockBits : 0);
+
+    MovingHistogram(Count* counts, uint32_t area)
+        : m_counts(counts), m_blocks(counts + Bins::kCount), m_area(area), m_half(area / 2)
+    {
+    }
 
     // Clears and fills with the first window, W columns of W samples; the first Settle finds the median.
     template <class Sample> void Start(const Sample* samples)
     {
-        std::memset(m_counts, 0, sizeof(Count) * Bins::kCount);
+        std::memset(m_counts, 0, sizeof(Count) * kCounts);
         for (uint32_t k = 0; k < m_area; ++k)
-            ++m_counts[Bins::Bin(samples[k])];
+            Change(m_counts, m_blocks, Bins::Bin(samples[k]), Count(1));
         m_median = -1;
         m_below = 0;
     }
 
     // m becomes the first value whose running total from bin 0 is above area / 2, walking from the last m.
-    // The state is worked on in locals: byte counts may alias anything, so the compiler would otherwise
-    // reload it after every count it writes.
     int32_t Settle()
     {
-        const Count* counts = m_counts;
         int32_t median = m_median;
         uint32_t below = m_below;
         if (below > m_half) {
-            while (below - counts[median] > m_half)
-                below -= counts[median--];
+            for (;;) {
+                if (AtBlockEnd(median) && below - m_blocks[median >> kBlockBits] > m_half) {
+                    below -= m_blocks[median >> kBlockBits];
+                    median -= kBlockEnd + 1;
+                } else if (below - m_counts[median] > m_half) {
+                    below -= m_counts[median--];
+                } else {
+                    break;
+                }
+            }
         } else {
-            do
-                below += counts[++median];
-            while (below <= m_half);
+            while (below <= m_half) {
+                if (AtBlockEnd(median) && below + m_blocks[(median >> kBlockBits) + 1] <= m_half) {
+                    below += m_blocks[(median >> kBlockBits) + 1];
+                    median += kBlockEnd + 1;
+                } else {
+                    below += m_counts[++median];
+                }
+            }
         }
         m_median = median;
         m_below = below;
         return median;
     }
 
-    // Takes out the samples of the left column and puts in those of the right one, row by row.
+    // Takes out the samples of the left column and puts in those of the right one, row by row. The state
+    // is worked on in locals: byte counts may alias anything, so the compiler would otherwise reload it
+    // after every count it writes.
     template <class Sample> void Slide(const Sample* left, const Sample* right, int32_t window)
     {
-        Count* counts = m_counts;
+        Count* const counts = m_counts;
+        Count* const blocks = m_blocks;
         const int32_t median = m_median;
         uint32_t below = m_below;
         for (int32_t k = 0; k < window; ++k) {
             const int32_t out = Bins::Bin(left[k]);
             const int32_t in = Bins::Bin(right[k]);
-            --counts[out];
+            Change(counts, blocks, out, Count(-1));
             below -= out <= median;
-            ++counts[in];
+            Change(counts, blocks, in, Count(1));
             below += in <= median;
         }
         m_below = below;
     }
 
 private:
+    // The last bin of a block, -1 counting as the end of the block before the first.
+    static bool AtBlockEnd(int32_t median) { return kBlocks && (median & kBlockEnd) == kBlockEnd; }
+
+    static void Change(Count* counts, Count* blocks, int32_t bin, Count change)
+    {
+        counts[bin] += change;
+        if constexpr (kBlocks)
+            blocks[bin >> kBlockBits] += change;
+    }
+
     Count* m_counts;
+    Count* m_blocks;
     uint32_t m_area;
     uint32_t m_half;
     int32_t m_median = -1;
@@ -93,7 +125,7 @@ private:
 // The window geometry and buffers of one call. The ring keeps W lines of width + 2r samples per colour
 // plane, column by column, so that the W samples of one column are adjacent; line i goes to row i mod W.
 template <class Sample> struct RankJob {
-    int32_t radius, window, span, width;
+    int32_t window, span, width;
     uint32_t area;
     int32_t threshold;
     PixelLayout layout;
@@ -111,47 +143,38 @@ template <class Sample> struct RankJob {
     }
 };
 
-// The colour planes of a row side by side, each with its own histogram, so that their walks and slides,
-// which are chains through memory, overlap.
 template <class Sample, class Count, class Bins>
-void RankRow(const RankJob<Sample>& job, MovingHistogram<Count, Bins>* histograms, const Sample* in, Sample* out)
+void RankPlane(const RankJob<Sample>& job, MovingHistogram<Count, Bins>& histogram, int32_t plane,
+               const Sample* in, Sample* out)
 {
+    const Sample* columns = job.Columns(plane);
     const int32_t window = job.window;
-    WithPlaneCounts(job.layout, [&](auto planes, auto colourPlanes) {
-        for (int32_t c = 0; c < colourPlanes; ++c)
-            histograms[c].Start(job.Columns(c));
-        for (int32_t x = 0; x < job.width; ++x)
-            for (int32_t c = 0; c < colourPlanes; ++c) {
-                const int32_t median = Bins::Value(histograms[c].Settle());
-                const int32_t at = x * planes + c;
-                out[at] = Sample(RankValue(median, in[at], job.threshold));
-                if (x + 1 < job.width) {
-                    const Sample* columns = job.Columns(c);
-                    histograms[c].Slide(columns + size_t(x) * window, columns + size_t(x + window) * window, window);
-                }
-            }
-    });
+    histogram.Start(columns);
+    for (int32_t x = 0; x < job.width; ++x) {
+        const int32_t median = Bins::Value(histogram.Settle());
+        const int32_t at = x * job.layout.planes + plane;
+        out[at] = Sample(RankValue(median, in[at], job.threshold));
+        if (x + 1 < job.width)
+            histogram.Slide(columns + size_t(x) * window, columns + size_t(x + window) * window, window);
+    }
 }
 
 template <class Sample, class Count, class Bins>
 int32_t RankKernel(KXImage* source, KXImage* destination, const CEffectRect& rect, int32_t radius, int32_t threshold)
 {
-    using Histogram = MovingHistogram<Count, Bins>;
     const int32_t window = 2 * radius + 1;
-    RankJob<Sample> job{radius, window, rect.Width() + 2 * radius, rect.Width(), uint32_t(window) * uint32_t(window),
+    RankJob<Sample> job{window, rect.Width() + 2 * radius, rect.Width(), uint32_t(window) * uint32_t(window),
                         threshold, LayoutOf(destination), nullptr};
-    const size_t planes = size_t(job.layout.colourPlanes);
-    CAlignedBuffer ring(planes * size_t(job.span) * size_t(window) * sizeof(Sample));
-    CAlignedBuffer counts(planes * sizeof(Count) * Bins::kCount);
-    CAlignedBuffer histograms(planes * sizeof(Histogram));
+    CAlignedBuffer ring(size_t(job.layout.colourPlanes) * size_t(job.span) * size_t(window) * sizeof(Sample));
+    CAlignedBuffer counts(sizeof(Count) * MovingHistogram<Count, Bins>::kCounts);
     job.ring = ring.As<Sample>();
-    for (size_t c = 0; c < planes; ++c)
-        new (histograms.As<Histogram>() + c) Histogram(counts.As<Count>() + c * Bins::kCount, job.area);
+    MovingHistogram<Count, Bins> histogram(counts.As<Count>(), job.area);
     CImageView sourceView(source);
     CImageView destinationView(destination);
     auto storeLine = [&](int32_t index) {
         const int32_t line = rect.top - radius + index;
-        job.StoreLine(static_cast<const Sample*>(sourceView.ReadRow(line, rect.left - radius, job.span)), index % window);
+        job.StoreLine(static_cast<const Sample*>(sourceView.ReadRow(line, rect.left - radius, job.span)),
+                      index % window);
     };
     for (int32_t index = 0; index < window - 1; ++index)
         storeLine(index);
@@ -161,7 +184,8 @@ int32_t RankKernel(KXImage* source, KXImage* destination, const CEffectRect& rec
         auto* out = static_cast<Sample*>(destinationView.WriteRow(y, rect.left, job.width));
         if (job.layout.transparency != 0 && in != out)
             std::memmove(out, in, size_t(job.width) * size_t(job.layout.planes) * sizeof(Sample));
-        RankRow(job, histograms.As<Histogram>(), in, out);
+        for (int32_t c = 0; c < job.layout.colourPlanes; ++c)
+            RankPlane(job, histogram, c, in, out);
     }
     destinationView.Detach();
     return kKXNoErr;

@@ -5,7 +5,6 @@
 #include <algorithm>
 
 namespace {
-constexpr const char* kSourceFile = "Source/Common/KXEffects/KXEffectsTriangularBlur";
 
 // truncate(float(S) x (1 / (r + 1)^4) + 0.5), S the tent-weighted sum; floats have no rounding term.
 template <class Sample, class Sum> inline Sample TentValue(Sum sum, float scale)

@@ -94,7 +94,8 @@ template <class Sample> int32_t BlurSquares(KXImage* squares, const KXRect* rect
 }
 
 // The squares are taken before the mean is written, so that source and destination may be one image.
-template <class Sample> int32_t VarianceKernel(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius)
+template <class Sample>
+int32_t VarianceKernel(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius)
 {
     const KXRect bounds = KXImageGetBounds(source);
     CImageRef squares;
