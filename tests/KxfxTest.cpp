@@ -10,6 +10,7 @@
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
 
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -176,7 +177,7 @@ TEST(KxfxTool, BadInputFailsWithOneLineAndNoOutput)
     std::ofstream(notImage) << "not an image\n";
     const std::string cases[] = {
         "",
-        "blur " + input + " " + output,
+        "no-such-effect " + input + " " + output,
         "invert " + input + " " + output + " --amount 2",
         "invert " + TempPath("missing.png") + " " + output,
         "invert " + notImage + " " + output,
@@ -186,6 +187,13 @@ TEST(KxfxTool, BadInputFailsWithOneLineAndNoOutput)
         "invert " + input,
         "invert " + input + " " + TempPath("never.bmp"),
         "invert " + input + " " + TempPath("no_such_dir/never.png"),
+        "curves " + input + " " + output + " --curve ''",
+        "curves " + input + " " + output + " --then '0,0;1'",
+        "blend-plain " + input + " " + output,
+        "color",
+        "color 1,0.5",
+        "color 1,0.5,x",
+        "color 1,0,0 0,1,0",
     };
     for (const std::string& arguments : cases) {
         SCOPED_TRACE(arguments);
@@ -211,6 +219,98 @@ TEST(KxfxTool, HelpAndListDescribeTheEffects)
         EXPECT_EQ(outcome.exitCode, 0);
         EXPECT_EQ(outcome.err, "");
         EXPECT_NE(outcome.out.find(text), std::string::npos) << outcome.out;
+    }
+}
+
+// Each conversion line and component line equals the library called directly, in the library's order.
+TEST(KxfxTool, ColorPrintsEveryModelAndTheHueComponents)
+{
+    const Outcome orange = RunKxfx("color 1,0.5,0");
+    ASSERT_EQ(orange.exitCode, 0) << orange.err;
+    EXPECT_EQ(orange.out.rfind("hsv: 0.0833333 1 1\n", 0), 0u) << orange.out;
+    EXPECT_NE(orange.out.find("\nred: 0.5\nyellow: 0.5\ngreen: 0\ncyan: 0\nblue: 0\nmagenta: 0\n"), std::string::npos)
+        << orange.out;
+
+    const char* conversions[] = {"hsv", "rgb from hsv", "hsl", "rgb from hsl", "ycbcr", "rgb from ycbcr"};
+    const char* hues[] = {"red", "yellow", "green", "cyan", "blue", "magenta"};
+    for (const char* text : {"1,0.5,0", "0.2,0.4,0.9", "0.75,0.1,0.6", "0.5,0.5,0.5"}) {
+        SCOPED_TRACE(text);
+        const Colour colour = ParseColour(text);
+        const float rgb[] = {colour.red, colour.green, colour.blue};
+        std::string expected;
+        char line[128];
+        for (int32_t conversion = 0; conversion < 6; ++conversion) {
+            float out[3];
+            ASSERT_EQ(KXEffectsConvertColorMode(rgb, out, conversion), kKXNoErr);
+            std::snprintf(line, sizeof line, "%s: %g %g %g\n", conversions[conversion], out[0], out[1], out[2]);
+            expected += line;
+        }
+        float components[6];
+        ASSERT_EQ(KXEffectsGetColorComponents(rgb, components), kKXNoErr);
+        for (int hue = 0; hue < 6; ++hue) {
+            std::snprintf(line, sizeof line, "%s: %g\n", hues[hue], components[hue]);
+            expected += line;
+        }
+        const Outcome outcome = RunKxfx(std::string("color ") + text);
+        ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
+        EXPECT_EQ(outcome.out, expected);
+    }
+}
+
+// Curve files of another count than 256 are one channel brought to 256 entries; --then runs after --curve.
+TEST(KxfxTool, CurvesResampleFilesAndChainASecondCurve)
+{
+    const std::string identity = TempPath("curve_identity.txt");
+    const std::string reversed = TempPath("curve_reversed.txt");
+    const std::string table = TempPath("curve_table.txt");
+    std::ofstream(identity) << "0\n1\n";
+    std::ofstream(reversed) << "1 0.5 0\n";
+    {
+        std::ofstream file(table);
+        for (int i = 0; i < 256; ++i)
+            file << float(255 - i) / 255.0f << "\n";
+    }
+    const std::pair<std::string, bool> cases[] = {
+        {"--curve " + identity, false},
+        {"--curve " + reversed, true},
+        {"--curve " + table, true},
+        {"--curve " + identity + " --then '0,1;1,0'", true},
+        {"--curve '0,1;1,0' --then " + reversed, false},
+        {"--curve " + table + " --then " + table, false},
+    };
+    const std::string input = TempPath("curve_in.png");
+    const std::string output = TempPath("curve_out.png");
+    for (int type : {CV_8UC1, CV_8UC4}) {
+        const cv::Mat source = RandomMat(type, uint64_t(type) + 40, 0.0, 256.0);
+        ASSERT_TRUE(cv::imwrite(input, source));
+        const cv::Mat inverted = Inverted(source, 255.0);
+        for (const char* row : {"curves", "curves-with-amount"}) {
+            for (const auto& [settings, inverts] : cases) {
+                SCOPED_TRACE(std::string(row) + " " + settings + " type " + std::to_string(type));
+                const Outcome outcome = RunKxfx(std::string(row) + " " + input + " " + output + " " + settings);
+                ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
+                ExpectSameMat(inverts ? inverted : source, cv::imread(output, cv::IMREAD_UNCHANGED));
+            }
+        }
+    }
+}
+
+// blend-plain is blend at full opacity without a mask, whole-pixel modes included.
+TEST(KxfxTool, BlendPlainMatchesBlendAtFullOpacity)
+{
+    const std::string upper = TempPath("plain_upper.png");
+    const std::string lower = TempPath("plain_lower.png");
+    const std::string viaBlend = TempPath("plain_blend.png");
+    const std::string viaPlain = TempPath("plain_plain.png");
+    ASSERT_TRUE(cv::imwrite(upper, RandomMat(CV_16UC4, 51, 0.0, 65536.0)));
+    ASSERT_TRUE(cv::imwrite(lower, RandomMat(CV_16UC4, 52, 0.0, 65536.0)));
+    for (const char* mode : {"norm", "mul", "scrn", "over", "lum"}) {
+        SCOPED_TRACE(mode);
+        const std::string files = " " + upper + " " + lower + " ";
+        ASSERT_EQ(RunKxfx("blend" + files + viaBlend + " --mode " + mode).exitCode, 0);
+        const Outcome plain = RunKxfx("blend-plain" + files + viaPlain + " --mode " + mode);
+        ASSERT_EQ(plain.exitCode, 0) << plain.err;
+        ExpectSameMat(cv::imread(viaBlend, cv::IMREAD_UNCHANGED), cv::imread(viaPlain, cv::IMREAD_UNCHANGED));
     }
 }
 
@@ -261,6 +361,15 @@ TEST(KxfxParts, ParsesEverySettingKindAndRejectsMalformedText)
     EXPECT_EQ(ParseBlendMode("scrn"), 0x7363726eu);
     EXPECT_EQ(ParseBlendMode("hue"), 0x68756520u); // padded: "hue "
     EXPECT_EQ(ParseBlendMode("Norm"), 0x4e6f726du);
+    // A capital first letter is the reversed form: the lower-case code with bit 29 clear.
+    for (const std::string lower : {"over", "fsub", "hlit", "div"}) {
+        std::string upper = lower;
+        upper[0] = char(std::toupper(upper[0]));
+        const uint32_t code = ParseBlendMode(upper);
+        EXPECT_EQ(code & 0x20000000u, 0u) << upper;
+        EXPECT_EQ(code, ParseBlendMode(lower) & ~0x20000000u) << upper;
+        EXPECT_EQ(code, KXEffectsGetReverseBlendMode(ParseBlendMode(lower))) << upper;
+    }
     EXPECT_EQ(ParseFloat("-1e-3"), -1e-3f);
     EXPECT_EQ(ParseInteger("-12"), -12);
     EXPECT_TRUE(ParseBool("yes"));
@@ -278,9 +387,16 @@ TEST(KxfxParts, ParsesEverySettingKindAndRejectsMalformedText)
     EXPECT_EQ(rect.width, 20);
     EXPECT_EQ(rect.height, 10);
     EXPECT_EQ(ParseCurve("0,0;128,150;255,255"), (std::vector<float>{0, 0, 128, 150, 255, 255}));
+    // Three values are one channel resampled to 256 entries, the last kept exactly.
     const std::string curveFile = TempPath("curve.txt");
     std::ofstream(curveFile) << "0 0.5,\n1\n";
-    EXPECT_EQ(ParseCurve(curveFile), (std::vector<float>{0.0f, 0.5f, 1.0f}));
+    const std::vector<float> resampled = ParseCurve(curveFile);
+    ASSERT_EQ(resampled.size(), 256u);
+    EXPECT_EQ(resampled.front(), 0.0f);
+    EXPECT_NEAR(resampled[51], 0.2f, 1e-6f);
+    EXPECT_EQ(resampled.back(), 1.0f);
+    const std::string oneValue = TempPath("curve_one.txt");
+    std::ofstream(oneValue) << "0.5\n";
 
     const std::vector<std::function<void()>> malformed = {
         [] { ParseBlendMode(""); },
@@ -299,6 +415,7 @@ TEST(KxfxParts, ParsesEverySettingKindAndRejectsMalformedText)
         [] { ParseCurve("0,0;128"); },
         [] { ParseCurve(""); },
         [] { ParseCurve("missing.txt"); },
+        [&] { ParseCurve(oneValue); },
         [] { ParseRect("0,0,-1,1"); },
         [] { ParseRect("0,0,1"); },
     };
@@ -320,6 +437,8 @@ TEST(KxfxParts, SettingsNameThemselvesAndReadImagesOnlyWhenGiven)
     } catch (const ToolError& error) {
         EXPECT_STREQ(error.what(), "--radius: 'wide' is not a number");
     }
+    const SettingSpec then = {"then", SettingKind::Curve, "", "help"};
+    EXPECT_TRUE(std::get<std::vector<float>>(ParseSetting(then, "", reader)).empty());
     const SettingSpec mask = {"mask", SettingKind::Image, "", "help"};
     EXPECT_EQ(std::get<ImageHandle>(ParseSetting(mask, "", reader)), nullptr);
     EXPECT_EQ(reads, 0);

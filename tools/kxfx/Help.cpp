@@ -6,6 +6,7 @@ constexpr const char* kUsage = R"(usage: kxfx EFFECT INPUT... OUTPUT [--rect x,y
                    [--verbose] [--progress]
        kxfx list           every effect with its settings and their neutral values
        kxfx help EFFECT    the files and settings of one effect
+       kxfx color R,G,B    one colour through each colour model conversion, and its six hue components
        kxfx --help         this text
 
 Runs EFFECT on INPUT over the rectangle (default: the whole image) and writes OUTPUT, which keeps INPUT
@@ -17,9 +18,14 @@ where it can: TIFF holds all three depths, PNG 8 and 16 bits (float becomes 16-b
 (16-bit and float become 8-bit). Converted samples are rounded, float clamped to 0..1. Further input
 images, and image settings, are brought to the depth of INPUT.
 
-Setting values: float 0.5; integer 12; bool true or false; blend mode up to four characters (scrn, hue);
-colour r,g,b; point x,y; image file; curve x,y;x,y;... or a file of numbers.
-Also --SETTING=VALUE.
+Setting values: float 0.5; integer 12; bool true or false; blend mode up to four characters (scrn, hue),
+a capital first letter naming the reversed form of the mode (Over, FSub); colour r,g,b; point x,y; image
+file; curve x,y;x,y;... or a file of numbers, 256 a channel, or one channel of any other count resampled to
+256. Also --SETTING=VALUE.
+
+kxfx color prints each conversion of the three numbers on a line: hsv, hsl and ycbcr read them as RGB, the
+"rgb from" lines as HSV, HSL or YCbCr (the result limited to 0..1 for YCbCr). Then the hue components of
+the RGB colour over its gray: red, yellow, green, cyan, blue and magenta.
 
   --verbose   adds the library's last logged event to a failure
   --progress  draws a progress bar on standard error even when it is not a terminal

@@ -1,6 +1,8 @@
 // Parsers of the setting kinds. Each takes the whole text or fails: "1.5x" is not a number.
 #include "Settings.h"
 
+#include "KXEffects.h"
+
 #include <algorithm>
 #include <charconv>
 #include <cmath>
@@ -65,6 +67,20 @@ std::vector<float> ReadNumberFile(const std::string& path)
     return numbers;
 }
 
+// 256 values a channel as they stand; any other count is one channel, resampled to 256 entries.
+std::vector<float> ReadCurveFile(const std::string& path)
+{
+    const std::vector<float> numbers = ReadNumberFile(path);
+    if (numbers.size() % 256 == 0)
+        return numbers;
+    // Resampling interpolates between neighbouring entries, so it needs two.
+    if (numbers.size() < 2)
+        throw ToolError("curve file " + Quoted(path) + " holds one value; give at least two");
+    std::vector<float> curve(256);
+    KXEffectsResizeCurve(int32_t(numbers.size()), numbers.data(), 256, curve.data());
+    return curve;
+}
+
 // x,y;x,y;... as the flat list x0, y0, x1, y1, ...
 std::vector<float> ParsePointList(std::string_view text)
 {
@@ -92,7 +108,7 @@ SettingValue ParseValue(const SettingSpec& setting, std::string_view text, const
     case SettingKind::Point:
         return ParsePoint(text);
     case SettingKind::Curve:
-        return ParseCurve(text);
+        return text.empty() ? std::vector<float>() : ParseCurve(text);
     case SettingKind::Image:
         return text.empty() ? ImageHandle() : readImage(std::string(text));
     }
@@ -145,7 +161,8 @@ bool ParseBool(std::string_view text)
     throw ToolError(Quoted(text) + " is not true or false");
 }
 
-// The first character lands in the top byte; shorter codes are padded with spaces ("hue" is "hue ").
+// The first character lands in the top byte; shorter codes are padded with spaces ("hue" is "hue "). A
+// capital first letter names the reversed form of the lower-case code, by the library's own rule.
 uint32_t ParseBlendMode(std::string_view text)
 {
     const bool printable = std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~'; });
@@ -154,6 +171,8 @@ uint32_t ParseBlendMode(std::string_view text)
     uint32_t code = 0;
     for (size_t i = 0; i < 4; ++i)
         code = (code << 8) | uint8_t(i < text.size() ? text[i] : ' ');
+    if (text.front() >= 'A' && text.front() <= 'Z')
+        return KXEffectsGetReverseBlendMode(KXEffectsGetNormalBlendMode(code));
     return code;
 }
 
@@ -176,7 +195,7 @@ std::vector<float> ParseCurve(std::string_view text)
         throw ToolError("an empty curve");
     if (text.find_first_not_of("0123456789.-,;") == std::string_view::npos)
         return ParsePointList(text);
-    return ReadNumberFile(std::string(text));
+    return ReadCurveFile(std::string(text));
 }
 
 KXRect ParseRect(std::string_view text)

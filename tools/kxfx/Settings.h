@@ -15,11 +15,11 @@ enum class SettingKind {
     Float,     // 0.5
     Integer,   // 12
     Bool,      // true, false, yes, no, on, off, 1, 0
-    BlendMode, // four characters such as "scrn"; "hue" is padded to "hue "
+    BlendMode, // four characters such as "scrn"; "hue" is padded to "hue "; "Over" is reversed "over"
     Colour,    // r,g,b
     Point,     // x,y
     Image,     // another image file, read like the input and brought to its depth
-    Curve      // x,y;x,y;... or a file of numbers
+    Curve      // x,y;x,y;... or a file of numbers, read as 256 a channel; "" means none
 };
 
 struct Colour {

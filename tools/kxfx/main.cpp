@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <new>
 
 namespace {
@@ -67,6 +68,39 @@ std::vector<ImageHandle> ReadInputs(const CommandLine& line)
     return inputs;
 }
 
+// The three numbers through each one-colour conversion, in the library's order of conversions.
+void PrintColourModels(const float* colour)
+{
+    static constexpr const char* kConversions[] = {"hsv", "rgb from hsv", "hsl", "rgb from hsl", "ycbcr",
+                                                   "rgb from ycbcr"};
+    for (int32_t conversion = 0; conversion < 6; ++conversion) {
+        float converted[3];
+        CallLibrary("color", false, [&] { return KXEffectsConvertColorMode(colour, converted, conversion); });
+        std::printf("%s: %g %g %g\n", kConversions[conversion], converted[0], converted[1], converted[2]);
+    }
+}
+
+// kxfx color R,G,B: the colour in every colour model, then its six hue components.
+int PrintColour(std::span<const std::string> words)
+{
+    if (words.size() != 2)
+        throw ToolError("color takes one colour R,G,B; see kxfx --help");
+    Colour parsed{};
+    try {
+        parsed = ParseColour(words[1]);
+    } catch (const ToolError& error) {
+        throw ToolError(std::string("color: ") + error.what());
+    }
+    const float colour[] = {parsed.red, parsed.green, parsed.blue};
+    PrintColourModels(colour);
+    float components[6];
+    CallLibrary("color", false, [&] { return KXEffectsGetColorComponents(colour, components); });
+    static constexpr const char* kHues[] = {"red", "yellow", "green", "cyan", "blue", "magenta"};
+    for (size_t hue = 0; hue < 6; ++hue)
+        std::printf("%s: %g\n", kHues[hue], components[hue]);
+    return 0;
+}
+
 // Everything is checked and read before the effect runs; the output is written only after it succeeds.
 int RunEffect(const EffectRow& row, const CommandLine& line)
 {
@@ -106,6 +140,8 @@ int Run(std::span<const std::string> words)
         PrintEffectList(stdout);
         return 0;
     }
+    if (first == "color")
+        return PrintColour(words);
     return RunEffect(RequireEffect(first), ParseCommandLine(words));
 }
 
