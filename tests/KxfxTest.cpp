@@ -20,9 +20,10 @@
 
 namespace {
 
+// CTest runs the tests of this file side by side, so each test keeps its files apart by its own name.
 std::string TempPath(const std::string& name)
 {
-    return testing::TempDir() + "kxfx_" + name;
+    return testing::TempDir() + "kxfx_" + testing::UnitTest::GetInstance()->current_test_info()->name() + "_" + name;
 }
 
 std::string ReadText(const std::string& path)

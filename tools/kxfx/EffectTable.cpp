@@ -320,7 +320,7 @@ const std::vector<EffectRow> kEffects = {
      }},
     {"luminosity", "0.299 R + 0.587 G + 0.114 B of an RGB image in all three planes; alpha is kept", kOneInput, {},
      LuminosityImage},
-    {"median", "the median of the square of each colour sample; 8 and 16-bit; alpha is kept", kOneInput,
+    {"median", "the median of the (2 radius + 1) square around each colour sample; 8 and 16-bit; alpha is kept", kOneInput,
      {kRadiusSetting},
      [](const EffectCall& call) {
          return KXEffectsMedian(call.Source(), call.destination, &call.rect, call.settings.Get<int32_t>("radius"));
