@@ -2,6 +2,7 @@
 // below radius 10.0 and the fast blur of three boxes from there on.
 #include "KXEffectsGaussianBlur.h"
 #include "KXEffectsDispatch.h"
+#include "KXEffectsDotProduct.h"
 #include "KXEffectsRowLoop.h"
 
 #include <algorithm>
@@ -62,6 +63,7 @@ public:
         m_vertical.Allocate(size_t(padded) * sizeof(float));
         m_ring.Allocate(size_t(width) * size_t(colourPlanes) * size_t(padded) * sizeof(float));
         m_line.Allocate((size_t(width) + size_t(shiftedLength)) * sizeof(float));
+        m_blurred.Allocate(size_t(width) * size_t(colourPlanes) * sizeof(float));
         const std::unique_ptr<float[]> kernel = GaussianKernel(radius, halfWidth);
         for (int32_t k = 0; k < 4; ++k)
             std::copy_n(kernel.get(), taps, Shifted(k) + k);
@@ -72,6 +74,7 @@ public:
     float* Vertical() { return m_vertical.As<float>(); }
     float* Ring(size_t entry) { return m_ring.As<float>() + entry * size_t(padded); }
     float* Line() { return m_line.As<float>(); }
+    float* Blurred() { return m_blurred.As<float>(); }
     // The last entry goes to the front, so that the newest line meets the weight the ring would give it.
     void RotateVertical() { std::rotate(Vertical(), Vertical() + padded - 1, Vertical() + padded); }
 
@@ -84,31 +87,52 @@ private:
     CAlignedBuffer m_vertical;
     CAlignedBuffer m_ring;
     CAlignedBuffer m_line;
+    CAlignedBuffer m_blurred;
 };
 
-using DotProduct = float (*)(const float* a, const float* b, int32_t n);
+// The aligned 16-byte order, or the scalar one when a wider build sets gWideVectors.
+template <class Body> inline void WithDotProduct(bool wideVectors, Body&& body)
+{
+    if (wideVectors)
+        body([](const float* a, const float* b, int32_t n) { return InlineDotProductScalar(a, b, n); });
+    else
+        body([](const float* a, const float* b, int32_t n) { return InlineDotProduct(a, b, n); });
+}
 
 // Row results of one source line, into ring slot `slot` of every column and colour plane.
 template <class Sample, class Planes, class ColourPlanes>
 void FilterLine(const Sample* line, int32_t width, int32_t halfWidth, int32_t slot, Planes planes,
-                ColourPlanes colourPlanes, TrueBlurBuffers& buffers, DotProduct dot)
+                ColourPlanes colourPlanes, TrueBlurBuffers& buffers, bool wideVectors)
 {
-    float* unpacked = buffers.Line();
-    for (int32_t c = 0; c < colourPlanes; ++c) {
-        for (int32_t i = 0; i < width + 2 * halfWidth; ++i)
-            unpacked[i] = float(line[ptrdiff_t(i) * planes + c]);
-        for (int32_t i = 0; i < width; ++i) {
-            const int32_t k = i & 3;
-            buffers.Ring(size_t(i) * size_t(colourPlanes) + size_t(c))[slot] =
-                dot(buffers.Shifted(k), unpacked + i - k, buffers.shiftedLength);
+    WithDotProduct(wideVectors, [&](auto dot) {
+        float* unpacked = buffers.Line();
+        for (int32_t c = 0; c < colourPlanes; ++c) {
+            for (int32_t i = 0; i < width + 2 * halfWidth; ++i)
+                unpacked[i] = float(line[ptrdiff_t(i) * planes + c]);
+            for (int32_t i = 0; i < width; ++i) {
+                const int32_t k = i & 3;
+                buffers.Ring(size_t(i) * size_t(colourPlanes) + size_t(c))[slot] =
+                    dot(buffers.Shifted(k), unpacked + i - k, buffers.shiftedLength);
+            }
         }
-    }
+    });
 }
 
-// One output line from the ring and the unblurred line; alpha comes with the whole line first.
+// The vertical kernel over every column and colour plane's ring, into the blurred line.
+inline void VerticalLine(int32_t entries, TrueBlurBuffers& buffers, bool wideVectors)
+{
+    WithDotProduct(wideVectors, [&](auto dot) {
+        float* blurred = buffers.Blurred();
+        for (int32_t entry = 0; entry < entries; ++entry)
+            blurred[entry] = dot(buffers.Ring(size_t(entry)), buffers.Vertical(), buffers.padded);
+    });
+    buffers.RotateVertical();
+}
+
+// One output line from the blurred line and the unblurred line; alpha comes with the whole line first.
 template <class Sample, class Mode, class Planes, class ColourPlanes>
-void FinishTrueLine(const Sample* in, Sample* out, int32_t width, const PixelLayout& layout, Planes planes,
-                    ColourPlanes colourPlanes, TrueBlurBuffers& buffers, DotProduct dot, float amount)
+void FinishTrueLine(const Sample* in, Sample* out, const float* blurred, int32_t width, const PixelLayout& layout,
+                    Planes planes, ColourPlanes colourPlanes, float amount)
 {
     if (layout.transparency != 0)
         std::memmove(out, in, size_t(width) * size_t(layout.planes) * sizeof(Sample));
@@ -116,12 +140,9 @@ void FinishTrueLine(const Sample* in, Sample* out, int32_t width, const PixelLay
     for (int32_t x = 0; x < width; ++x) {
         for (int32_t c = 0; c < colourPlanes; ++c) {
             const ptrdiff_t sample = ptrdiff_t(x) * planes + c;
-            const float v =
-                dot(buffers.Ring(size_t(x) * size_t(colourPlanes) + size_t(c)), buffers.Vertical(), buffers.padded);
-            out[sample] = FinishTrueSample<Mode>(in[sample], v, keep, amount);
+            out[sample] = FinishTrueSample<Mode>(in[sample], blurred[x * colourPlanes + c], keep, amount);
         }
     }
-    buffers.RotateVertical();
 }
 
 // One sweep over the source lines rect.top - h .. rect.bottom + h - 1; an output line follows each line from
@@ -135,19 +156,20 @@ void TrueBlurKernel(KXImage* source, KXImage* destination, const CEffectRect& re
     const PixelLayout layout = LayoutOf(destination);
     const int32_t width = rect.Width();
     TrueBlurBuffers buffers(radius, halfWidth, width, layout.colourPlanes);
-    const DotProduct dot = gWideVectors ? KXEffectsDotProductScalar : KXEffectsDotProduct;
+    const bool wideVectors = gWideVectors;
     CImageView sourceView(source);
     CImageView destinationView(destination);
     WithPlaneCounts(layout, [&](auto planes, auto colourPlanes) {
         for (int32_t j = 0, row = rect.top - halfWidth; row < rect.bottom + halfWidth; ++j, ++row) {
             const void* line = sourceView.ReadRow(row, rect.left - halfWidth, width + 2 * halfWidth);
             FilterLine(static_cast<const Sample*>(line), width, halfWidth, j % buffers.padded, planes, colourPlanes,
-                       buffers, dot);
+                       buffers, wideVectors);
             if (j + 1 < buffers.taps)
                 continue;
             const auto* in = static_cast<const Sample*>(sourceView.ReadRow(row - halfWidth, rect.left, width));
             auto* out = static_cast<Sample*>(destinationView.WriteRow(row - halfWidth, rect.left, width));
-            FinishTrueLine<Sample, Mode>(in, out, width, layout, planes, colourPlanes, buffers, dot, amount);
+            VerticalLine(width * colourPlanes, buffers, wideVectors);
+            FinishTrueLine<Sample, Mode>(in, out, buffers.Blurred(), width, layout, planes, colourPlanes, amount);
         }
     });
     destinationView.Detach();

@@ -1,6 +1,8 @@
 // Image views, the thrown status and the shared memory helpers.
 #include "KXEffectsUtils.h"
 
+#include "KXEffectsDotProduct.h"
+
 #include <algorithm>
 #include <cstdlib>
 
@@ -253,32 +255,12 @@ void CAlignedBuffer::Allocate(size_t count)
 
 float KXEffectsDotProduct(const float* a, const float* b, int32_t n)
 {
-    // Four accumulators of four lanes over blocks of 16, then groups of 4 into the first, reading up to
-    // three floats past n (the arrays are zero-padded).
-    float lanes[4][4] = {};
-    int32_t i = 0;
-    for (; i + 16 <= n; i += 16)
-        for (int32_t k = 0; k < 4; ++k)
-            for (int32_t lane = 0; lane < 4; ++lane)
-                lanes[k][lane] += a[i + 4 * k + lane] * b[i + 4 * k + lane];
-    for (; i < n; i += 4)
-        for (int32_t lane = 0; lane < 4; ++lane)
-            lanes[0][lane] += a[i + lane] * b[i + lane];
-    float sum[4];
-    for (int32_t lane = 0; lane < 4; ++lane)
-        sum[lane] = (lanes[0][lane] + lanes[1][lane]) + (lanes[2][lane] + lanes[3][lane]);
-    return (sum[0] + sum[1]) + (sum[2] + sum[3]);
+    return InlineDotProduct(a, b, n);
 }
 
 float KXEffectsDotProductScalar(const float* a, const float* b, int32_t n)
 {
-    float sum = 0.0f;
-    int32_t i = 0;
-    for (; i + 4 <= n; i += 4)
-        sum += a[i] * b[i] + a[i + 1] * b[i + 1] + a[i + 2] * b[i + 2] + a[i + 3] * b[i + 3];
-    for (; i < n; ++i)
-        sum += a[i] * b[i];
-    return sum;
+    return InlineDotProductScalar(a, b, n);
 }
 
 void KXEffectsDotProduct4(const float* a, const float* const* rows, float* out, int32_t n)
