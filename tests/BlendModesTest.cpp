@@ -212,18 +212,6 @@ TEST(BlendModeWords, DispatchOfTheTwentySixAndTheReversedBit)
         EXPECT_EQ(DispatchBlendMode(unknown, [](auto) { return int32_t(kKXNoErr); }), kKXErrBadParam);
 }
 
-float UnitOf(float raw, int32_t depth)
-{
-    return depth == 8 ? ToUnit(uint8_t(raw)) : depth == 16 ? ToUnit(uint16_t(raw)) : raw;
-}
-
-float StoredOf(float value, int32_t depth, bool raw = false)
-{
-    if (depth == 8)
-        return raw ? FromRaw<uint8_t>(value) : FromUnit<uint8_t>(value);
-    return depth == 16 ? (raw ? FromRaw<uint16_t>(value) : FromUnit<uint16_t>(value)) : value;
-}
-
 // The desaturated pixel: the luma laid over the pixel by Mode, mixed by amount; "norm" at amount 1 takes
 // the luma of the raw samples.
 template <class Mode> std::vector<float> Desaturated(const float* in, int32_t planes, float amount, int32_t depth)

@@ -261,17 +261,6 @@ TEST(ConvertColorMode, ConversionsZeroToFiveInPlaceAndLimited)
     EXPECT_EQ(KXEffectsConvertColorMode(ycc, nullptr, 0), kKXErrBadParam);
 }
 
-// Raw sample to 0..1 and back, by the library's sample rules.
-float UnitOf(float raw, int32_t depth)
-{
-    return depth == 8 ? ToUnit(uint8_t(raw)) : depth == 16 ? ToUnit(uint16_t(raw)) : raw;
-}
-
-float StoredOf(float unit, int32_t depth)
-{
-    return depth == 8 ? FromUnit<uint8_t>(unit) : depth == 16 ? FromUnit<uint16_t>(unit) : unit;
-}
-
 // The expected destination pixel of a conversion from a source pixel of raw samples.
 std::vector<float> ConvertedPixel(const float* in, int32_t conversion, bool sourceAlpha, bool destinationAlpha,
                                   int32_t depth)

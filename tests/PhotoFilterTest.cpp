@@ -36,16 +36,6 @@ int32_t Filter(KXImage* source, KXImage* destination, const KXRect& rect, const 
                                 call.colour1.data(), double(call.opacity1), call.colour2.data(), double(call.opacity2));
 }
 
-float UnitOf(float raw, int32_t depth)
-{
-    return depth == 8 ? ToUnit(uint8_t(raw)) : depth == 16 ? ToUnit(uint16_t(raw)) : raw;
-}
-
-float RawOf(float value, int32_t depth)
-{
-    return depth == 8 ? FromRaw<uint8_t>(value) : depth == 16 ? FromRaw<uint16_t>(value) : value;
-}
-
 // A flat filter on one pixel, step by step: saturation, the contrast curve, the mode, the opacity mix with
 // white folded into the weights.
 template <class Mode> std::vector<float> FlatFiltered(const float* in, int32_t planes, const FilterCall& call, int32_t depth)
@@ -62,7 +52,7 @@ template <class Mode> std::vector<float> FlatFiltered(const float* in, int32_t p
     Mode::Pixel(b, call.colour1.data(), r);
     const float white = WhiteOf(depth);
     for (int32_t c = 0; c < 3; ++c)
-        out[size_t(c)] = RawOf(r[c] * (call.opacity1 * white) + b[c] * ((1.0f - call.opacity1) * white), depth);
+        out[size_t(c)] = StoredOf(r[c] * (call.opacity1 * white) + b[c] * ((1.0f - call.opacity1) * white), depth, true);
     return out;
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "KXEffects.h"
+#include "KXEffectsSample.h"
 
 #include <cstdint>
 #include <cstring>
@@ -15,6 +16,20 @@ inline constexpr bool kLockable[] = {true, false};
 inline float WhiteOf(int32_t depth)
 {
     return depth == 8 ? 255.0f : depth == 16 ? 65535.0f : 1.0f;
+}
+
+// Raw sample to 0..1, and 0..1 (or, with raw, the sample's own scale) back to a stored sample, by the
+// library's sample rules.
+inline float UnitOf(float raw, int32_t depth)
+{
+    return depth == 8 ? ToUnit(uint8_t(raw)) : depth == 16 ? ToUnit(uint16_t(raw)) : raw;
+}
+
+inline float StoredOf(float value, int32_t depth, bool raw = false)
+{
+    if (depth == 8)
+        return raw ? FromRaw<uint8_t>(value) : FromUnit<uint8_t>(value);
+    return depth == 16 ? (raw ? FromRaw<uint16_t>(value) : FromUnit<uint16_t>(value)) : value;
 }
 
 // Owns one image reference.

@@ -6,17 +6,10 @@
 
 #include "KXEffects.h"
 #include "KXEffectsColorMath.h"
+#include "KXEffectsUtils.h"
 
 #include <algorithm>
 #include <cstdint>
-
-// The first character goes in the top byte: "norm" is 0x6e6f726d.
-constexpr uint32_t FourCharCode(const char (&text)[5])
-{
-    return uint32_t(uint8_t(text[0])) << 24 | uint32_t(uint8_t(text[1])) << 16 | uint32_t(uint8_t(text[2])) << 8 |
-           uint32_t(uint8_t(text[3]));
-}
-static_assert(FourCharCode("norm") == 0x6e6f726d);
 
 // Every mode code starts with a lower-case letter, so bit 29 is set; a word with it clear is reversed.
 inline constexpr uint32_t kBlendReversedBit = 0x20000000;

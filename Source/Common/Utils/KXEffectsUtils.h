@@ -7,6 +7,14 @@
 #include <cstring>
 #include <new>
 
+// The first character goes in the top byte: "norm" is 0x6e6f726d.
+constexpr uint32_t FourCharCode(const char (&text)[5])
+{
+    return uint32_t(uint8_t(text[0])) << 24 | uint32_t(uint8_t(text[1])) << 16 | uint32_t(uint8_t(text[2])) << 8 |
+           uint32_t(uint8_t(text[3]));
+}
+static_assert(FourCharCode("norm") == 0x6e6f726d);
+
 // The kernels' rectangle: bottom and right are exclusive.
 struct CEffectRect {
     int32_t top = 0;
