@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <sstream>
 #include <sys/wait.h>
 
@@ -504,6 +505,109 @@ TEST(KxfxParts, LibraryFailuresBecomeOneLine)
         } catch (const ToolError& error) {
             EXPECT_STREQ(error.what(), failure.message);
         }
+    }
+}
+
+
+// A selection row shows the library's selection of a white mask in every plane; the number rows print.
+TEST(KxfxTool, SelectionRowsShowTheMaskAndNumberRowsPrint)
+{
+    const std::string input = TempPath("select_in.png");
+    const std::string output = TempPath("select_out.png");
+    ASSERT_TRUE(cv::imwrite(input, RandomMat(CV_16UC3, 61, 0.0, 65536.0)));
+    const Outcome shown = RunKxfx("select-luminosity-range " + input + " " + output + " --rect 1,2,5,20");
+    ASSERT_EQ(shown.exitCode, 0) << shown.err;
+    const ImageHandle source = ReadImageFile(input);
+    const KXRect bounds = KXImageGetBounds(source.get()), rect = KXRectMake(1, 2, 5, 20);
+    KXImage* created = nullptr;
+    ASSERT_EQ(KXImageCreateWithParams2(&bounds, 16, 1, KXColorSpaceGray, 0, KXDataSourceMemory, &created), 0);
+    const ImageHandle mask = AdoptImage(created);
+    KXImageFill(created, 65535.0f);
+    ASSERT_EQ(KXEffectsSelectLuminosityRange(source.get(), created, &rect, 0.2f, 0.4f, 0.6f, 0.8f), kKXNoErr);
+    cv::Mat plane(bounds.height, bounds.width, CV_16UC1), expected;
+    ASSERT_EQ(KXImageRead2(created, &bounds, 0, 0, plane.data, -1, 0), 0);
+    cv::merge(std::vector<cv::Mat>{plane, plane, plane}, expected);
+    ExpectSameMat(expected, cv::imread(output, cv::IMREAD_UNCHANGED));
+
+    const std::string gray = TempPath("select_mask.png");
+    cv::Mat live = cv::Mat::zeros(4, 6, CV_8UC1);
+    live.at<uint8_t>(1, 2) = 9;
+    live.at<uint8_t>(2, 4) = 1;
+    ASSERT_TRUE(cv::imwrite(gray, live));
+    const std::pair<std::string, std::string> prints[] = {
+        {"find-mask-bounds", "bounds: 2 1 3 2\n"},
+        {"color-for-index --index 13", "color: 0.9804 0.5882 0\n"},
+        {"flesh-color-table --table 5", "y: 0.0431373 0.917647\ncb: 0.211765 0.498039\ncr: 0.501961 0.886275\n"},
+    };
+    for (const auto& [arguments, text] : prints) {
+        SCOPED_TRACE(arguments);
+        const Outcome outcome = RunKxfx(arguments + " " + gray + " " + output);
+        ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
+        EXPECT_EQ(outcome.out, text);
+    }
+    for (const std::string& failing : {"flesh-color-table --table 6 " + gray, "select-color " + gray}) {
+        const Outcome outcome = RunKxfx(failing + " " + output);
+        EXPECT_NE(outcome.exitCode, 0) << failing;
+        EXPECT_NE(outcome.err.find("status 10"), std::string::npos) << outcome.err;
+    }
+}
+
+
+// Each white-balance and hue row gives what the library gives called directly with the row's settings.
+TEST(KxfxTool, ColourRowsMatchTheLibrary)
+{
+    using Call = std::function<int32_t(KXImage* source, KXImage* destination, const KXRect* rect)>;
+    const auto withFound = [](int32_t found, float temperature, float tint) -> Call {
+        return [=](KXImage* s, KXImage* d, const KXRect* r) {
+            return found != kKXNoErr ? found : KXEffectsTemperatureAndTint(s, d, r, temperature, tint);
+        };
+    };
+    float presetTemperature = 0, presetTint = 0, grayTemperature = 0, grayTint = 0;
+    const float picked[3] = {0.6f, 0.5f, 0.4f}, toner[3] = {0.2f, 0.4f, 0.9f};
+    const int32_t presetStatus = KXEffectsWhiteBalanceTemperatureAndTint(nullptr, 5, &presetTemperature, &presetTint);
+    const int32_t grayStatus = KXEffectsTemperatureAndTintForGray(picked, &grayTemperature, &grayTint);
+    float tunedHues[9] = {}, tunedSaturations[9] = {};
+    tunedHues[2] = 0.5f;
+    tunedSaturations[2] = 0.4f;
+    const float zeros[9] = {};
+    const std::pair<std::string, Call> cases[] = {
+        {"temperature --temperature 0.4 --tint -0.2 --vibrance 0.3",
+         [](auto s, auto d, auto r) { return KXEffectsTemperatureTintAndVibrance(s, d, r, 0.4f, -0.2f, 0.3f); }},
+        {"temperature --temperature 0.4 --saturation 0.2 --vibrance 0.1",
+         [](auto s, auto d, auto r) {
+             return KXEffectsTemperatureTintSaturationAndVibrance(s, d, r, 0.4f, 0.0f, 0.2f, 0.1f);
+         }},
+        {"vibrance --vibrance -0.5", [](auto s, auto d, auto r) { return KXEffectsVibrance(s, d, r, -0.5f); }},
+        {"toner --toner 0.2,0.4,0.9 --amount 0.7",
+         [&](auto s, auto d, auto r) { return KXEffectsAddToner(s, d, r, toner, 0.7f); }},
+        {"white-balance-preset --preset 5", withFound(presetStatus, presetTemperature, presetTint)},
+        {"neutralise --gray 0.6,0.5,0.4", withFound(grayStatus, grayTemperature, grayTint)},
+        {"hue-saturation --hue 0.25 --saturation 0.3 --brightness -0.2",
+         [](auto s, auto d, auto r) { return KXEffectsHueSaturationBrightness(s, d, r, 0.25f, 0.3f, -0.2f); }},
+        {"hue-saturation-lightness --hue -0.1 --lightness 0.4",
+         [](auto s, auto d, auto r) { return KXEffectsHueSaturationLightness(s, d, r, -0.1f, 0.0f, 0.4f); }},
+        {"tune-colors --index 2 --hue 0.5 --saturation 0.4",
+         [&](auto s, auto d, auto r) { return KXEffectsTuneColors(s, d, r, 0, 0, tunedHues, tunedSaturations, zeros); }},
+        {"colorize --hue 0.6 --saturation 0.4 --lightness -0.2",
+         [](auto s, auto d, auto r) { return KXEffectsColorize(s, d, r, 0.6f, 0.4f, -0.2f); }},
+        {"channel-mixer --red-green 0.5 --green-blue -0.3",
+         [](auto s, auto d, auto r) { return KXEffectsChannelMixer(s, d, r, 1, 0.5f, 0, 0, 1, -0.3f); }},
+        {"purity --shadows 0.3 --highlights 0.1",
+         [](auto s, auto d, auto r) { return KXEffectsPurity(s, d, r, 0.3f, 0.1f); }},
+    };
+    const std::string input = TempPath("colour_in.png"), output = TempPath("colour_out.png");
+    const std::string expectedPath = TempPath("colour_expected.png");
+    ASSERT_TRUE(cv::imwrite(input, RandomMat(CV_16UC3, 71, 0.0, 65536.0)));
+    for (const auto& [arguments, call] : cases) {
+        SCOPED_TRACE(arguments);
+        const Outcome outcome = RunKxfx(arguments.substr(0, arguments.find(' ')) + " " + input + " " + output +
+                                        arguments.substr(arguments.find(' ')));
+        ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
+        const ImageHandle source = ReadImageFile(input), expected = ReadImageFile(input);
+        const KXRect bounds = KXImageGetBounds(source.get());
+        ASSERT_EQ(call(source.get(), expected.get(), &bounds), kKXNoErr);
+        WriteImageFile(expected.get(), expectedPath);
+        ExpectSameMat(cv::imread(expectedPath, cv::IMREAD_UNCHANGED), cv::imread(output, cv::IMREAD_UNCHANGED));
     }
 }
 

@@ -4,6 +4,7 @@
 #include "Status.h"
 
 #include <algorithm>
+#include <cstdio>
 
 namespace {
 
@@ -145,6 +146,104 @@ int32_t PhotoFilter(const EffectCall& call)
                                 double(settings.Get<float>("opacity1")), colour2, double(settings.Get<float>("opacity2")));
 }
 
+// ---- White balance ----
+
+// The narrowest export that takes the settings given, so that each of the four is reachable.
+int32_t ApplyTemperature(const EffectCall& call, float temperature, float tint)
+{
+    const float saturation = call.settings.Get<float>("saturation"), vibrance = call.settings.Get<float>("vibrance");
+    KXImage* source = call.Source();
+    if (saturation == 0.0f && vibrance == 0.0f)
+        return KXEffectsTemperatureAndTint(source, call.destination, &call.rect, temperature, tint);
+    if (saturation == 0.0f)
+        return KXEffectsTemperatureTintAndVibrance(source, call.destination, &call.rect, temperature, tint, vibrance);
+    if (vibrance == 0.0f)
+        return KXEffectsTemperatureTintAndSaturation(source, call.destination, &call.rect, temperature, tint,
+                                                     saturation);
+    return KXEffectsTemperatureTintSaturationAndVibrance(source, call.destination, &call.rect, temperature, tint,
+                                                         saturation, vibrance);
+}
+
+// A search's result is applied, and told on standard output for use with the temperature row.
+int32_t ApplyFoundTemperature(const EffectCall& call, int32_t searchStatus, float temperature, float tint)
+{
+    if (searchStatus != kKXNoErr)
+        return searchStatus;
+    std::printf("temperature %g tint %g\n", temperature, tint);
+    return ApplyTemperature(call, temperature, tint);
+}
+
+int32_t Neutralise(const EffectCall& call)
+{
+    const SettingValues& settings = call.settings;
+    const Colour gray = settings.Get<Colour>("gray");
+    const float colour[] = {gray.red, gray.green, gray.blue};
+    float temperature = 0.0f, tint = 0.0f;
+    const int32_t status = KXEffectsTemperatureAndTintForGrayWithRanges(
+        colour, &temperature, &tint, settings.Get<float>("min-temperature"), settings.Get<float>("max-temperature"),
+        settings.Get<float>("min-tint"), settings.Get<float>("max-tint"));
+    return ApplyFoundTemperature(call, status, temperature, tint);
+}
+
+int32_t MatchCurves(const EffectCall& call)
+{
+    const std::vector<float> curves = CurveTable(call, "curve");
+    if (curves.size() < 3 * 256)
+        throw ToolError("--curve: give three channels of 256 values");
+    float temperature = 0.0f, tint = 0.0f;
+    const int32_t status = KXEffectsTemperatureAndTintForCurves(curves.data(), &temperature, &tint);
+    return ApplyFoundTemperature(call, status, temperature, tint);
+}
+
+int32_t WhiteBalancePreset(const EffectCall& call)
+{
+    const int32_t preset = call.settings.Get<int32_t>("preset");
+    if (preset < 0)
+        throw ToolError("--preset: give 0 to 8");
+    float temperature = 0.0f, tint = 0.0f;
+    const int32_t status = KXEffectsWhiteBalanceTemperatureAndTint(nullptr, uint32_t(preset), &temperature, &tint);
+    return ApplyFoundTemperature(call, status, temperature, tint);
+}
+
+int32_t AddToner(const EffectCall& call)
+{
+    const Colour toner = call.settings.Get<Colour>("toner");
+    const float colour[] = {toner.red, toner.green, toner.blue};
+    return KXEffectsAddToner(call.Source(), call.destination, &call.rect, colour, call.settings.Get<float>("amount"));
+}
+
+// ---- Hue ----
+
+// One tuner entry at a time: slot 0 to 7 moves one anchor hue, 8 is the master. Tells where the anchor
+// lands, from the library's own tables.
+int32_t TuneColors(const EffectCall& call)
+{
+    const SettingValues& settings = call.settings;
+    const int32_t slot = settings.Get<int32_t>("index");
+    if (slot < 0 || slot > 8)
+        throw ToolError("--index: give 0 to 8");
+    float hues[9] = {}, saturations[9] = {}, brightnesses[9] = {};
+    hues[slot] = settings.Get<float>("hue");
+    saturations[slot] = settings.Get<float>("saturation");
+    brightnesses[slot] = settings.Get<float>("brightness");
+    if (slot < 8) {
+        float shifts[9], saturationGains[9], brightnessGains[9], reciprocalGaps[8];
+        const float* anchors = KXEffectsTuneColorsGetHueTables(hues, saturations, brightnesses, shifts,
+                                                               saturationGains, brightnessGains, reciprocalGaps);
+        const int32_t anchor = (slot + 7) % 8;
+        std::printf("anchor hue %g moves to %g\n", anchors[anchor], anchors[anchor] + shifts[anchor]);
+    }
+    return KXEffectsTuneColors(call.Source(), call.destination, &call.rect, settings.Get<float>("temperature"),
+                               settings.Get<float>("tint"), hues, saturations, brightnesses);
+}
+
+const SettingSpec kHueSetting = {"hue", SettingKind::Float, "0", "turns; 1 is a whole turn"};
+const SettingSpec kHueSaturationSetting = {"saturation", SettingKind::Float, "0", "-1 (gray) up; 0 leaves it"};
+
+const SettingSpec kSaturationVibranceSettings[] = {
+    {"saturation", SettingKind::Float, "0", "-1 (gray at the brightest plane) up; 0 leaves the colours"},
+    {"vibrance", SettingKind::Float, "0", "-1..1; lifts the duller colours most; 0 leaves them"}};
+
 // ---- Filters ----
 
 // The luma image of an RGB input over the rectangle, laid into every colour plane of the output.
@@ -226,6 +325,122 @@ const SettingSpec kCurveSetting = {
     "other count, resampled to 256"};
 const SettingSpec kThenSetting = {"then", SettingKind::Curve, "", "a second curve, like --curve, applied after it"};
 
+// ---- Colour selection ----
+
+using MaskSelection = std::function<int32_t(KXImage* mask)>;
+
+// The selection narrows a white one-plane mask of the input's depth and bounds; the mask then fills every
+// colour plane of the output, alpha kept.
+int32_t ShowSelection(const EffectCall& call, const MaskSelection& select)
+{
+    const KXRect bounds = KXImageGetBounds(call.Source());
+    const int32_t depth = KXImageGetDepth(call.Source());
+    KXImage* created = nullptr;
+    CheckCoreStatus(KXImageCreateWithParams2(&bounds, depth, 1, KXColorSpaceGray, 0, KXDataSourceMemory, &created),
+                    "cannot make a mask");
+    const ImageHandle mask = AdoptImage(created);
+    CheckCoreStatus(KXImageFill(created, depth == 8 ? 255.0f : depth == 16 ? 65535.0f : 1.0f), "cannot fill the mask");
+    const int32_t status = select(created);
+    if (status != kKXNoErr)
+        return status;
+    std::vector<uint8_t> samples(size_t(bounds.width) * size_t(bounds.height) * size_t(depth / 8));
+    CheckCoreStatus(KXImageRead2(created, &bounds, 0, 0, samples.data(), -1, 0), "cannot read the mask");
+    const int32_t colourPlanes = KXImageGetNumPlanes(call.destination) - KXImageGetTransparency(call.destination);
+    for (int32_t plane = 0; plane < colourPlanes; ++plane)
+        CheckCoreStatus(KXImageWrite2(call.destination, &bounds, plane, plane, samples.data(), -1, 0),
+                        "cannot write the mask");
+    return kKXNoErr;
+}
+
+template <int32_t (*Select)(KXImage*, KXImage*, const KXRect*, const float*, float)>
+int32_t ColourSelectionRow(const EffectCall& call)
+{
+    const Colour colour = call.settings.Get<Colour>("colour");
+    const float rgb[] = {colour.red, colour.green, colour.blue};
+    return ShowSelection(call, [&](KXImage* mask) {
+        return Select(call.Source(), mask, &call.rect, rgb, call.settings.Get<float>("range"));
+    });
+}
+
+template <int32_t (*Select)(KXImage*, KXImage*, const KXRect*, float, float, float)>
+int32_t BandSelectionRow(const EffectCall& call)
+{
+    const SettingValues& settings = call.settings;
+    return ShowSelection(call, [&](KXImage* mask) {
+        return Select(call.Source(), mask, &call.rect, settings.Get<float>("low"), settings.Get<float>("high"),
+                      settings.Get<float>("feather"));
+    });
+}
+
+template <int32_t (*Select)(KXImage*, KXImage*, const KXRect*, float, float, float, float)>
+int32_t RampSelectionRow(const EffectCall& call)
+{
+    const SettingValues& settings = call.settings;
+    return ShowSelection(call, [&](KXImage* mask) {
+        return Select(call.Source(), mask, &call.rect, settings.Get<float>("ramp-start"),
+                      settings.Get<float>("ramp-full"), settings.Get<float>("fall-start"),
+                      settings.Get<float>("fall-end"));
+    });
+}
+
+template <int32_t (*Select)(KXImage*, KXImage*, const KXRect*, int32_t, float)>
+int32_t PresetSelectionRow(const EffectCall& call)
+{
+    return ShowSelection(call, [&](KXImage* mask) {
+        return Select(call.Source(), mask, &call.rect, call.settings.Get<int32_t>("code"),
+                      call.settings.Get<float>("range"));
+    });
+}
+
+int32_t FleshSelectionRow(const EffectCall& call)
+{
+    const SettingValues& settings = call.settings;
+    return ShowSelection(call, [&](KXImage* mask) {
+        return KXEffectsSelectFleshColors(call.Source(), mask, &call.rect, settings.Get<int32_t>("table"),
+                                          settings.Get<float>("range"), settings.Get<float>("strength"),
+                                          settings.Get<bool>("exclude"));
+    });
+}
+
+// The rows that compute numbers print them, one "name: values" line each, and pass the input through.
+int32_t PrintMaskBounds(const EffectCall& call)
+{
+    KXRect bounds{};
+    const int32_t status = KXEffectsFindMaskBounds(call.Source(), &bounds);
+    if (status == kKXNoErr)
+        std::printf("bounds: %d %d %d %d\n", bounds.x, bounds.y, bounds.width, bounds.height);
+    return status;
+}
+
+int32_t PrintFleshColorTable(const EffectCall& call)
+{
+    float r[6];
+    const int32_t status = KXEffectsGetFleshColorTable(call.settings.Get<int32_t>("table"), r);
+    if (status == kKXNoErr)
+        std::printf("y: %g %g\ncb: %g %g\ncr: %g %g\n", r[0], r[1], r[2], r[3], r[4], r[5]);
+    return status;
+}
+
+int32_t PrintColorForIndex(const EffectCall& call)
+{
+    float rgb[3];
+    const int32_t status = KXEffectsGetColorForIndex(uint32_t(call.settings.Get<int32_t>("index")), rgb);
+    if (status == kKXNoErr)
+        std::printf("color: %g %g %g\n", rgb[0], rgb[1], rgb[2]);
+    return status;
+}
+
+const SettingSpec kSelectColourSetting = {"colour", SettingKind::Colour, "1,0,0", "r,g,b in 0..1 to select"};
+const SettingSpec kSelectRangeSetting = {"range", SettingKind::Float, "1", "above 0; larger selects more"};
+const SettingSpec kBandSettings[] = {{"low", SettingKind::Float, "0.25", "0..1; 0 leaves the low end open"},
+                                     {"high", SettingKind::Float, "0.75", "0..1; 1 leaves the high end open"},
+                                     {"feather", SettingKind::Float, "1", "shoulders of 0.075 x feather"}};
+const SettingSpec kRampSettings[] = {{"ramp-start", SettingKind::Float, "0.2", "where the weight leaves 0"},
+                                     {"ramp-full", SettingKind::Float, "0.4", "where it reaches 1"},
+                                     {"fall-start", SettingKind::Float, "0.6", "where it leaves 1"},
+                                     {"fall-end", SettingKind::Float, "0.8", "where it is back at 0"}};
+const SettingSpec kFleshTableSetting = {"table", SettingKind::Integer, "0", "flesh table 0 to 5"};
+
 const std::vector<EffectRow> kEffects = {
     // ---- Frame ----
     {"invert", "colour planes become white minus the sample; alpha is kept", kOneInput, {},
@@ -263,6 +478,126 @@ const std::vector<EffectRow> kEffects = {
       {"colour2", SettingKind::Colour, "0.2,0.6,1", "r,g,b in 0..1, for kinds 2 and 4"},
       {"opacity2", SettingKind::Float, "0", "0..1, of colour2"}},
      PhotoFilter},
+    // ---- Hue ----
+    {"hue-saturation", "turns the hue, and scales saturation and brightness, of an RGB image; alpha is kept",
+     kOneInput,
+     {kHueSetting, kHueSaturationSetting, {"brightness", SettingKind::Float, "0", "-1..1; 0 leaves it"}},
+     [](const EffectCall& call) {
+         const SettingValues& settings = call.settings;
+         return KXEffectsHueSaturationBrightness(call.Source(), call.destination, &call.rect,
+                                                 settings.Get<float>("hue"), settings.Get<float>("saturation"),
+                                                 settings.Get<float>("brightness"));
+     }},
+    {"hue-saturation-lightness", "turns the hue, and scales saturation and lightness, of an RGB image",
+     kOneInput,
+     {kHueSetting, kHueSaturationSetting, {"lightness", SettingKind::Float, "0", "-1..1; 0 leaves it"}},
+     [](const EffectCall& call) {
+         const SettingValues& settings = call.settings;
+         return KXEffectsHueSaturationLightness(call.Source(), call.destination, &call.rect,
+                                                settings.Get<float>("hue"), settings.Get<float>("saturation"),
+                                                settings.Get<float>("lightness"));
+     }},
+    {"tune-colors",
+     "moves one of eight hues (index 0 to 7) or all of them (8) in hue, saturation and brightness, after "
+     "temperature and tint",
+     kOneInput,
+     {{"index", SettingKind::Integer, "8", "0 to 7 one tuned hue (0 is just below red), 8 the master"},
+      {"hue", SettingKind::Float, "0", "-1..1: 1 moves the hue onto the next tuned one"},
+      {"saturation", SettingKind::Float, "0", "-1 up; 0 leaves it"},
+      {"brightness", SettingKind::Float, "0", "-1 up; 0 leaves it"},
+      {"temperature", SettingKind::Float, "0", "-1 (cool) to 1 (warm)"},
+      {"tint", SettingKind::Float, "0", "-1 (green) to 1 (magenta)"}},
+     TuneColors},
+    {"colorize", "gives every pixel of an RGB image one hue and saturation, keeping its lightness", kOneInput,
+     {{"hue", SettingKind::Float, "0.1", "turns 0..1"},
+      {"saturation", SettingKind::Float, "0.5", "0..1"},
+      {"lightness", SettingKind::Float, "0", "-1 (black) to 1 (white); 0 keeps it"}},
+     [](const EffectCall& call) {
+         const SettingValues& settings = call.settings;
+         return KXEffectsColorize(call.Source(), call.destination, &call.rect, settings.Get<float>("hue"),
+                                  settings.Get<float>("saturation"), settings.Get<float>("lightness"));
+     }},
+    {"channel-mixer", "red and green planes as sums of the three planes, each term within -1..1; blue turns white",
+     kOneInput,
+     {{"red-red", SettingKind::Float, "1", "weight of red in red"},
+      {"red-green", SettingKind::Float, "0", "weight of green in red"},
+      {"red-blue", SettingKind::Float, "0", "weight of blue in red"},
+      {"green-red", SettingKind::Float, "0", "weight of red in green"},
+      {"green-green", SettingKind::Float, "1", "weight of green in green"},
+      {"green-blue", SettingKind::Float, "0", "weight of blue in green"}},
+     [](const EffectCall& call) {
+         const SettingValues& settings = call.settings;
+         return KXEffectsChannelMixer(call.Source(), call.destination, &call.rect, settings.Get<float>("red-red"),
+                                      settings.Get<float>("red-green"), settings.Get<float>("red-blue"),
+                                      settings.Get<float>("green-red"), settings.Get<float>("green-green"),
+                                      settings.Get<float>("green-blue"));
+     }},
+    {"purity", "bleaches the colour out of the darkest and lightest tones of an RGB image", kOneInput,
+     {{"shadows", SettingKind::Float, "0", "width of the dark band in luma, 0..1"},
+      {"highlights", SettingKind::Float, "0", "width of the light band in luma, 0..1"}},
+     [](const EffectCall& call) {
+         return KXEffectsPurity(call.Source(), call.destination, &call.rect, call.settings.Get<float>("shadows"),
+                                call.settings.Get<float>("highlights"));
+     }},
+    {"protect-colors",
+     "lays ADJUSTED over REFERENCE except in the darkest and lightest tones and in skin, where REFERENCE stays",
+     {"REFERENCE", "ADJUSTED"},
+     {{"shadows", SettingKind::Float, "0", "width of the protected dark band in luma, 0..1"},
+      {"highlights", SettingKind::Float, "0", "width of the protected light band in luma, 0..1"},
+      {"skin", SettingKind::Float, "0", "0..1: how fully skin tones are protected"},
+      {"table", SettingKind::Integer, "0", "flesh table 0 to 5"}},
+     [](const EffectCall& call) {
+         const SettingValues& settings = call.settings;
+         return KXEffectsProtectColors(call.inputs[0], call.inputs[1], call.destination, &call.rect,
+                                       settings.Get<float>("shadows"), settings.Get<float>("highlights"),
+                                       settings.Get<float>("skin"), settings.Get<int32_t>("table"));
+     }},
+    // ---- White balance ----
+    {"temperature",
+     "warms or cools and tints an RGB image, then saturation and vibrance; black and white stay; alpha is kept",
+     kOneInput,
+     {{"temperature", SettingKind::Float, "0", "-1 (cool) to 1 (warm)"},
+      {"tint", SettingKind::Float, "0", "-1 (green) to 1 (magenta)"},
+      kSaturationVibranceSettings[0],
+      kSaturationVibranceSettings[1]},
+     [](const EffectCall& call) {
+         return ApplyTemperature(call, call.settings.Get<float>("temperature"), call.settings.Get<float>("tint"));
+     }},
+    {"vibrance", "saturates the duller colours of an RGB image most, keeping the sum of the planes", kOneInput,
+     {kSaturationVibranceSettings[1]},
+     [](const EffectCall& call) {
+         return KXEffectsVibrance(call.Source(), call.destination, &call.rect, call.settings.Get<float>("vibrance"));
+     }},
+    {"neutralise",
+     "finds and applies the temperature and tint that make a picked colour gray; prints them",
+     kOneInput,
+     {{"gray", SettingKind::Colour, "0.5,0.5,0.5", "r,g,b in 0..1 of something that should be gray"},
+      {"min-temperature", SettingKind::Float, "-1", "lowest temperature tried"},
+      {"max-temperature", SettingKind::Float, "1", "highest temperature tried"},
+      {"min-tint", SettingKind::Float, "-1", "lowest tint tried"},
+      {"max-tint", SettingKind::Float, "1", "highest tint tried"},
+      kSaturationVibranceSettings[0],
+      kSaturationVibranceSettings[1]},
+     Neutralise},
+    {"match-curves",
+     "finds and applies the temperature and tint nearest to what curves do to a light gray; prints them",
+     kOneInput,
+     {{"curve", SettingKind::Curve, "", "a file of three channels of 256 values"},
+      kSaturationVibranceSettings[0],
+      kSaturationVibranceSettings[1]},
+     MatchCurves},
+    {"white-balance-preset",
+     "finds and applies the temperature and tint of an illuminant preset (3 to 7); prints them",
+     kOneInput,
+     {{"preset", SettingKind::Integer, "0", "0 or 2 neutral, 3 to 7 illuminants"},
+      kSaturationVibranceSettings[0],
+      kSaturationVibranceSettings[1]},
+     WhiteBalancePreset},
+    {"toner",
+     "maps the luminosity of an RGB image through a toner colour, black and white kept; alpha is kept",
+     kOneInput,
+     {{"toner", SettingKind::Colour, "0.44,0.26,0.08", "r,g,b in 0..1"}, kAmountSetting},
+     AddToner},
     // ---- Curves and fills ----
     {"curves",
      "maps each colour plane through its curve; alpha is kept",
@@ -464,6 +799,42 @@ const std::vector<EffectRow> kEffects = {
      MultiplyInputMasks},
     {"flatten", "flattens an image with alpha onto white; alpha is kept", kOneInput, {},
      [](const EffectCall& call) { return KXEffectsMakeCompositeImage(call.destination, &call.rect); }},
+    // ---- Colour selection ----
+    {"select-color", "the selection of colours near a colour, shown as gray; RGB input, alpha is kept", kOneInput,
+     {kSelectColourSetting, kSelectRangeSetting}, ColourSelectionRow<KXEffectsSelectColor>},
+    {"select-luminosity", "the selection of a band of luma, shown as gray; RGB input, alpha is kept", kOneInput,
+     {kBandSettings[0], kBandSettings[1], kBandSettings[2]}, BandSelectionRow<KXEffectsSelectLuminosity>},
+    {"select-saturation", "the selection of a band of saturation, shown as gray; RGB input, alpha is kept",
+     kOneInput, {kBandSettings[0], kBandSettings[1], kBandSettings[2]},
+     BandSelectionRow<KXEffectsSelectSaturation>},
+    {"select-luminosity-range", "the selection of a luma ramp up and down, shown as gray; RGB input", kOneInput,
+     {kRampSettings[0], kRampSettings[1], kRampSettings[2], kRampSettings[3]},
+     RampSelectionRow<KXEffectsSelectLuminosityRange>},
+    {"select-saturation-range", "the selection of a saturation ramp up and down, shown as gray; RGB input",
+     kOneInput, {kRampSettings[0], kRampSettings[1], kRampSettings[2], kRampSettings[3]},
+     RampSelectionRow<KXEffectsSelectSaturationRange>},
+    {"select-colors", "a preset selection, shown as gray; RGB input, alpha is kept", kOneInput,
+     {{"code", SettingKind::Integer, "0", "0 to 11 wheel colours, 12 light, 13 mid, 14 dark, 15 dull, 16 vivid"},
+      {"range", SettingKind::Float, "1", "range of a colour, feather of a band"}},
+     PresetSelectionRow<KXEffectsSelectColors>},
+    {"select-colors-with-range", "a band preset of a given width, shown as gray; RGB input, alpha is kept",
+     kOneInput,
+     {{"code", SettingKind::Integer, "12", "12 light, 13 mid, 14 dark, 15 dull, 16 vivid"},
+      {"range", SettingKind::Float, "0.25", "width of the band's shoulders; 0 gives hard edges"}},
+     PresetSelectionRow<KXEffectsSelectColorsWithRange>},
+    {"select-flesh-colors", "the selection of skin tones, shown as gray; RGB input, alpha is kept", kOneInput,
+     {kFleshTableSetting, {"range", SettingKind::Float, "1", "size of the skin ellipsoid"},
+      {"strength", SettingKind::Float, "1", "0..1 weight of the selection"},
+      {"exclude", SettingKind::Bool, "false", "select everything but the skin tones"}},
+     FleshSelectionRow},
+    {"color-range", "the selection of colours in an ellipsoid around a colour, shown as gray; RGB input",
+     kOneInput, {kSelectColourSetting, kSelectRangeSetting}, ColourSelectionRow<KXEffectsColorRange>},
+    {"find-mask-bounds", "prints the box x y width height of the non-zero samples of a gray mask; OUTPUT is a copy",
+     kOneInput, {}, PrintMaskBounds},
+    {"flesh-color-table", "prints the Y, Cb and Cr bounds of a flesh table; OUTPUT is a copy of INPUT", kOneInput,
+     {kFleshTableSetting}, PrintFleshColorTable},
+    {"color-for-index", "prints a colour of the palette; OUTPUT is a copy of INPUT", kOneInput,
+     {{"index", SettingKind::Integer, "0", "0 to 31; 0 to 11 are the colour wheel"}}, PrintColorForIndex},
 };
 
 } // namespace

@@ -228,6 +228,123 @@ KX_EXPORT int32_t KXEffectsFindEdges(KXImage* source, KXImage* destination, cons
 KX_EXPORT int32_t KXEffectsEmboss(KXImage* source, KXImage* destination, const KXRect* rect, float angle,
                                   int32_t height, float amount);
 
+/* ---- Colour selection ---- */
+
+/* Selections narrow a one-plane mask of any depth over an RGB source: each mask sample of rect is multiplied by
+   a weight 0..1 of the source colour, so they chain; start from a mask filled with white. A source that is not
+   RGB or a mask of more planes is kKXErrUnsupported. */
+/* Colours near color (three floats 0..1): linear in hue and saturation, quadratic in value; range above 0
+   widens it. */
+KX_EXPORT int32_t KXEffectsSelectColor(KXImage* source, KXImage* mask, const KXRect* rect, const float* color,
+                                       float range);
+/* Luma from low to high (0..1) with smooth shoulders of 0.075 x feather; low 0 or high 1 leaves that end open. */
+KX_EXPORT int32_t KXEffectsSelectLuminosity(KXImage* source, KXImage* mask, const KXRect* rect, float low,
+                                            float high, float feather);
+/* The same on the saturation (max - min) / max. */
+KX_EXPORT int32_t KXEffectsSelectSaturation(KXImage* source, KXImage* mask, const KXRect* rect, float low,
+                                            float high, float feather);
+/* Luma weight 0 up to rampStart, rising smoothly to 1 at rampFull, 1 up to fallStart, falling to 0 at fallEnd. */
+KX_EXPORT int32_t KXEffectsSelectLuminosityRange(KXImage* source, KXImage* mask, const KXRect* rect, float rampStart,
+                                                 float rampFull, float fallStart, float fallEnd);
+/* The same on the saturation. */
+KX_EXPORT int32_t KXEffectsSelectSaturationRange(KXImage* source, KXImage* mask, const KXRect* rect,
+                                                 float rampStart, float rampFull, float fallStart, float fallEnd);
+/* Presets: 0 to 11 the wheel colours of KXEffectsGetColorForIndex at range; 12 light, 13 mid, 14 dark tones,
+   15 low, 16 high saturation, with range as feather. Other codes are kKXErrBadParam. */
+KX_EXPORT int32_t KXEffectsSelectColors(KXImage* source, KXImage* mask, const KXRect* rect, int32_t code,
+                                        float range);
+/* The band presets 12 to 16 only, with shoulders range wide (hard edges at range 0); others kKXErrBadParam. */
+KX_EXPORT int32_t KXEffectsSelectColorsWithRange(KXImage* source, KXImage* mask, const KXRect* rect, int32_t code,
+                                                 float range);
+/* Skin tones of flesh table 0 to 5: an ellipsoid in YCbCr, its size scaled by range, its weight by strength;
+   exclude keeps everything but them. */
+KX_EXPORT int32_t KXEffectsSelectFleshColors(KXImage* source, KXImage* mask, const KXRect* rect, int32_t table,
+                                             float range, float strength, bool exclude);
+/* Colours within an ellipsoid in YCbCr around color, radii range x 0.35 in luma and range x 0.175 in Cb, Cr. */
+KX_EXPORT int32_t KXEffectsColorRange(KXImage* source, KXImage* mask, const KXRect* rect, const float* color,
+                                      float range);
+/* record (six floats): low and high Y, Cb and Cr of flesh table 0 to 5; others are kKXErrBadParam. */
+KX_EXPORT int32_t KXEffectsGetFleshColorTable(int32_t table, float* record);
+/* color (three floats) = palette entry index, 0 to 31; above, color is 0 and the status kKXErrBadParam. */
+KX_EXPORT int32_t KXEffectsGetColorForIndex(uint32_t index, float* color);
+/* The box of the non-zero samples of a one-plane mask in image coordinates; all zero when there are none. */
+KX_EXPORT int32_t KXEffectsFindMaskBounds(KXImage* mask, KXRect* bounds);
+
+/* ---- White balance ---- */
+
+/* RGB only. Temperature and tint (-1..1, 0 neutral) through a per-channel rational that keeps 0 and 1;
+   then saturation (-1..1, the smallest plane never below 0) and vibrance (lifts the duller colours most,
+   keeps the sum of the planes, never past white). All settings 0 copies the rectangle. No clamp. */
+KX_EXPORT int32_t KXEffectsTemperatureAndTint(KXImage* source, KXImage* destination, const KXRect* rect,
+                                              float temperature, float tint);
+KX_EXPORT int32_t KXEffectsTemperatureTintAndVibrance(KXImage* source, KXImage* destination, const KXRect* rect,
+                                                      float temperature, float tint, float vibrance);
+KX_EXPORT int32_t KXEffectsTemperatureTintAndSaturation(KXImage* source, KXImage* destination,
+                                                        const KXRect* rect, float temperature, float tint,
+                                                        float saturation);
+KX_EXPORT int32_t KXEffectsTemperatureTintSaturationAndVibrance(KXImage* source, KXImage* destination,
+                                                                const KXRect* rect, float temperature,
+                                                                float tint, float saturation, float vibrance);
+KX_EXPORT int32_t KXEffectsVibrance(KXImage* source, KXImage* destination, const KXRect* rect, float vibrance);
+/* RGB only: luminosity mapped through tonerColor (three floats 0..1), black and white kept; amount mixes
+   with the source. */
+KX_EXPORT int32_t KXEffectsAddToner(KXImage* source, KXImage* destination, const KXRect* rect,
+                                    const float* tonerColor, float amount);
+/* The temperature and tint, in hundredths within the bounds, that make grayColor most neutral; 0, 0 for
+   a colour that is already neutral. */
+KX_EXPORT int32_t KXEffectsTemperatureAndTintForGray(const float* grayColor, float* temperature, float* tint);
+KX_EXPORT int32_t KXEffectsTemperatureAndTintForGrayWithRanges(const float* grayColor, float* temperature,
+                                                               float* tint, float minTemperature,
+                                                               float maxTemperature, float minTint,
+                                                               float maxTint);
+/* The temperature and tint that take the gray 192/255 nearest to what curves (three channels or more of
+   256 entries) make of it. */
+KX_EXPORT int32_t KXEffectsTemperatureAndTintForCurves(const float* curves, float* temperature, float* tint);
+/* Illuminant presets: 0 and 2 give 0, 0; 1 and 8 leave the values given; 3 to 7 search a colour target
+   under that illuminant, in profile's space when one is given; above 8 is kKXErrBadParam. The results may
+   reach -4..4. */
+KX_EXPORT int32_t KXEffectsWhiteBalanceTemperatureAndTint(KXColorProfile* profile, uint32_t preset,
+                                                          float* temperature, float* tint);
+
+/* ---- Hue and colour ranges ---- */
+
+/* RGB only. hue in turns (1 is the identity), saturation and brightness (or lightness) as offsets from 0;
+   all 0 copies the rectangle. */
+KX_EXPORT int32_t KXEffectsHueSaturationBrightness(KXImage* source, KXImage* destination, const KXRect* rect,
+                                                   float hue, float saturation, float brightness);
+KX_EXPORT int32_t KXEffectsHueSaturationLightness(KXImage* source, KXImage* destination, const KXRect* rect,
+                                                  float hue, float saturation, float lightness);
+/* The eight-hue colour tuner: entries 0 to 7 of each table move one anchor hue (hue -1..1 reaches the
+   neighbouring anchor; saturation and brightness are offsets), entry 8 is the master. Temperature and tint
+   as KXEffectsTemperatureAndTint run first. RGB only. */
+KX_EXPORT int32_t KXEffectsTuneColors(KXImage* source, KXImage* destination, const KXRect* rect, float temperature,
+                                      float tint, const float* hues, const float* saturations,
+                                      const float* brightnesses);
+/* The tuner's working tables, in anchor order, from the caller's nine-entry settings; returns the eight
+   anchor hues. */
+KX_EXPORT const float* KXEffectsTuneColorsGetHueTables(const float* hues, const float* saturations,
+                                                       const float* brightnesses, float* hueShifts,
+                                                       float* saturationGains, float* brightnessGains,
+                                                       float* reciprocalGaps);
+/* Every pixel takes hue (turns 0..1) and saturation (0..1); lightness -1..1 darkens or lightens. RGB only;
+   other images are logged and refused. */
+KX_EXPORT int32_t KXEffectsColorize(KXImage* source, KXImage* destination, const KXRect* rect, float hue,
+                                    float saturation, float lightness);
+/* Plane 0 from redRed R + redGreen G + redBlue B, plane 1 from the green row, each product limited to
+   -1..1 and the sum to 0..1; the third plane comes out white. Needs three colour planes. */
+KX_EXPORT int32_t KXEffectsChannelMixer(KXImage* source, KXImage* destination, const KXRect* rect, float redRed,
+                                        float redGreen, float redBlue, float greenRed, float greenGreen,
+                                        float greenBlue);
+/* Bleaches colour out of bands of luma of width shadows and highlights (0..1) at the dark and light ends;
+   both 0 copies. RGB only. */
+KX_EXPORT int32_t KXEffectsPurity(KXImage* source, KXImage* destination, const KXRect* rect, float shadows,
+                                  float highlights);
+/* Lays adjusted over reference into result, except in the bands of luma below shadows and above
+   1 - highlights and, when skin is above 0, in the skin tones of flesh table skinTable, where the
+   reference is kept. All three not above 0 copies adjusted. Catches: a failure comes back as the status. */
+KX_EXPORT int32_t KXEffectsProtectColors(KXImage* reference, KXImage* adjusted, KXImage* result, const KXRect* rect,
+                                         float shadows, float highlights, float skin, int32_t skinTable);
+
 #ifdef __cplusplus
 } /* extern "C" */
 #endif
