@@ -553,8 +553,8 @@ TEST(KxfxTool, SelectionRowsShowTheMaskAndNumberRowsPrint)
 }
 
 
-// Each white-balance and hue row gives what the library gives called directly with the row's settings.
-TEST(KxfxTool, ColourRowsMatchTheLibrary)
+// Each white-balance, hue and tone row gives what the library gives called directly with the row's settings.
+TEST(KxfxTool, ColourAndToneRowsMatchTheLibrary)
 {
     using Call = std::function<int32_t(KXImage* source, KXImage* destination, const KXRect* rect)>;
     const auto withFound = [](int32_t found, float temperature, float tint) -> Call {
@@ -594,6 +594,19 @@ TEST(KxfxTool, ColourRowsMatchTheLibrary)
          [](auto s, auto d, auto r) { return KXEffectsChannelMixer(s, d, r, 1, 0.5f, 0, 0, 1, -0.3f); }},
         {"purity --shadows 0.3 --highlights 0.1",
          [](auto s, auto d, auto r) { return KXEffectsPurity(s, d, r, 0.3f, 0.1f); }},
+        {"brightness-contrast --brightness 0.3 --contrast -0.4",
+         [](auto s, auto d, auto r) { return KXEffectsBrightnessContrast(s, d, r, 0.3f, -0.4f); }},
+        {"brightness-midtone-contrast --brightness -0.2 --midtone-contrast 0.5 --as-curve true",
+         [](auto s, auto d, auto r) {
+             std::vector<float> curves(4 * 256);
+             KXEffectsBrightnessMidtoneContrastMakeCurves(4, curves.data(), -0.2f, 0.5f);
+             return KXEffectsApplyCurves(s, d, r, curves.data());
+         }},
+        {"midtone-contrast-alt --strength 1.5",
+         [](auto s, auto d, auto r) { return KXEffectsMidtoneContrastAltWithMask(s, d, r, 1.5f, nullptr); }},
+        {"exposure --brightness 0.5", [](auto s, auto d, auto r) { return KXEffectsExposure(s, d, r, 2.0f); }},
+        {"brightness-haze-saturation --brightness 0.2 --haze 0.1 --saturation -0.3",
+         [](auto s, auto d, auto r) { return KXEffectsBrightnessHazeSaturation(s, d, r, 0.2f, 0.1f, -0.3f); }},
     };
     const std::string input = TempPath("colour_in.png"), output = TempPath("colour_out.png");
     const std::string expectedPath = TempPath("colour_expected.png");

@@ -244,6 +244,95 @@ const SettingSpec kSaturationVibranceSettings[] = {
     {"saturation", SettingKind::Float, "0", "-1 (gray at the brightest plane) up; 0 leaves the colours"},
     {"vibrance", SettingKind::Float, "0", "-1..1; lifts the duller colours most; 0 leaves them"}};
 
+// ---- Tone controls ----
+
+KXImage* OptionalMask(const EffectCall& call)
+{
+    return RequireMask(call.settings.Get<ImageHandle>("mask").get(), "--mask");
+}
+
+// With --as-curve the response is written to a curve table and applied through the curves effect, which is
+// how a host chains it with other curves.
+int32_t ApplyAsCurve(const EffectCall& call, int32_t (*makeCurves)(int32_t, float*, float, float), float first,
+                     float second)
+{
+    std::vector<float> curves(4 * 256);
+    const int32_t status = makeCurves(4, curves.data(), first, second);
+    return status != kKXNoErr ? status : KXEffectsApplyCurves(call.Source(), call.destination, &call.rect, curves.data());
+}
+
+int32_t BrightnessContrast(const EffectCall& call)
+{
+    const float brightness = call.settings.Get<float>("brightness"), contrast = call.settings.Get<float>("contrast");
+    if (call.settings.Get<bool>("as-curve"))
+        return ApplyAsCurve(call, KXEffectsBrightnessContrastMakeCurves, brightness, contrast);
+    KXImage* mask = OptionalMask(call);
+    if (!mask)
+        return KXEffectsBrightnessContrast(call.Source(), call.destination, &call.rect, brightness, contrast);
+    return KXEffectsBrightnessContrastWithMask(call.Source(), call.destination, mask, &call.rect, brightness, contrast);
+}
+
+int32_t BrightnessMidtoneContrast(const EffectCall& call)
+{
+    const float brightness = call.settings.Get<float>("brightness");
+    const float midtoneContrast = call.settings.Get<float>("midtone-contrast");
+    if (call.settings.Get<bool>("as-curve"))
+        return ApplyAsCurve(call, KXEffectsBrightnessMidtoneContrastMakeCurves, brightness, midtoneContrast);
+    KXImage* mask = OptionalMask(call);
+    if (!mask)
+        return KXEffectsBrightnessMidtoneContrast(call.Source(), call.destination, &call.rect, brightness,
+                                                  midtoneContrast);
+    return KXEffectsBrightnessMidtoneContrastWithMask(call.Source(), call.destination, mask, &call.rect, brightness,
+                                                      midtoneContrast);
+}
+
+int32_t SignedBrightness(const EffectCall& call)
+{
+    const float brightness = call.settings.Get<float>("brightness");
+    if (call.settings.Get<bool>("as-curve"))
+        return ApplyAsCurve(call, [](int32_t n, float* c, float b, float) { return KXEffectsBrightnessAltMakeCurves(n, c, b); },
+                            brightness, 0.0f);
+    return KXEffectsBrightnessWithMask(call.Source(), call.destination, &call.rect, brightness, OptionalMask(call));
+}
+
+int32_t MidtoneContrast(const EffectCall& call)
+{
+    const float strength = call.settings.Get<float>("strength");
+    if (call.settings.Get<bool>("as-curve"))
+        return ApplyAsCurve(call, [](int32_t n, float* c, float g, float) { return KXEffectsMidtoneContrastMakeCurves(n, c, g); },
+                            strength, 0.0f);
+    return KXEffectsMidtoneContrast(call.Source(), call.destination, &call.rect, strength);
+}
+
+int32_t MidtoneContrastAlt(const EffectCall& call)
+{
+    const float strength = call.settings.Get<float>("strength");
+    if (call.settings.Get<bool>("as-curve"))
+        return ApplyAsCurve(
+            call, [](int32_t n, float* c, float g, float) { return KXEffectsMidtoneContrastAltMakeCurves(n, c, g); },
+            strength, 0.0f);
+    return KXEffectsMidtoneContrastAltWithMask(call.Source(), call.destination, &call.rect, strength,
+                                               OptionalMask(call));
+}
+
+// --brightness, when given, is turned into the exposure by the library's own mapping.
+int32_t Exposure(const EffectCall& call)
+{
+    float exposure = call.settings.Get<float>("exposure");
+    const float brightness = call.settings.Get<float>("brightness");
+    if (brightness != 0.0f)
+        KXEffectsBrightnessAltToExposure(brightness, &exposure);
+    return KXEffectsExposure(call.Source(), call.destination, &call.rect, exposure);
+}
+
+const SettingSpec kToneBrightnessSetting = {"brightness", SettingKind::Float, "0", "-1..1; 0 leaves it"};
+const SettingSpec kAsCurveSetting = {"as-curve", SettingKind::Bool, "false",
+                                     "apply as a curve table through the curves effect"};
+const SettingSpec kToneMaskSetting = {"mask", SettingKind::Image, "",
+                                      "gray image of one plane: the strength at each pixel"};
+const SettingSpec kSignedMaskSetting = {"mask", SettingKind::Image, "",
+                                        "gray image of one plane: below mid-gray darkens, above lightens"};
+
 // ---- Filters ----
 
 // The luma image of an RGB input over the rectangle, laid into every colour plane of the output.
@@ -478,6 +567,37 @@ const std::vector<EffectRow> kEffects = {
       {"colour2", SettingKind::Colour, "0.2,0.6,1", "r,g,b in 0..1, for kinds 2 and 4"},
       {"opacity2", SettingKind::Float, "0", "0..1, of colour2"}},
      PhotoFilter},
+    // ---- Tone controls ----
+    {"brightness-contrast", "brightness and contrast on each colour plane; alpha is kept", kOneInput,
+     {kToneBrightnessSetting, {"contrast", SettingKind::Float, "0", "-1..1; 0 leaves it"}, kToneMaskSetting,
+      kAsCurveSetting},
+     BrightnessContrast},
+    {"brightness-midtone-contrast", "brightness and S-shaped midtone contrast on each colour plane", kOneInput,
+     {kToneBrightnessSetting, {"midtone-contrast", SettingKind::Float, "0", "-1..1; 0 leaves it"},
+      kToneMaskSetting, kAsCurveSetting},
+     BrightnessMidtoneContrast},
+    {"brightness", "brightness on each colour plane, optionally with a signed mask", kOneInput,
+     {kToneBrightnessSetting, kSignedMaskSetting, kAsCurveSetting}, SignedBrightness},
+    {"midtone-contrast", "S-shaped midtone contrast on each colour plane", kOneInput,
+     {{"strength", SettingKind::Float, "0", "-1..1; 0 leaves it"}, kAsCurveSetting}, MidtoneContrast},
+    {"midtone-contrast-alt", "midtone contrast reaching past +-1 into plain contrast, with a signed mask",
+     kOneInput,
+     {{"strength", SettingKind::Float, "0", "-2..2; 0 leaves it"}, kSignedMaskSetting, kAsCurveSetting},
+     MidtoneContrastAlt},
+    {"exposure", "a soft-shouldered exposure that keeps the hue of every pixel", kOneInput,
+     {{"exposure", SettingKind::Float, "1", "multiplier; 1 copies"},
+      {"brightness", SettingKind::Float, "0", "-1..1 instead of --exposure: 1 is x3, -1 is x0.5"}},
+     Exposure},
+    {"brightness-haze-saturation", "brightness and saturation, then haze lifts black toward gray; RGB only",
+     kOneInput,
+     {kToneBrightnessSetting, {"haze", SettingKind::Float, "0", "0..1: the level black is lifted to"},
+      {"saturation", SettingKind::Float, "0", "-1..1; 0 leaves it"}},
+     [](const EffectCall& call) {
+         const SettingValues& settings = call.settings;
+         return KXEffectsBrightnessHazeSaturation(call.Source(), call.destination, &call.rect,
+                                                  settings.Get<float>("brightness"), settings.Get<float>("haze"),
+                                                  settings.Get<float>("saturation"));
+     }},
     // ---- Hue ----
     {"hue-saturation", "turns the hue, and scales saturation and brightness, of an RGB image; alpha is kept",
      kOneInput,

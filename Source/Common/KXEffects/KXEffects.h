@@ -345,6 +345,46 @@ KX_EXPORT int32_t KXEffectsPurity(KXImage* source, KXImage* destination, const K
 KX_EXPORT int32_t KXEffectsProtectColors(KXImage* reference, KXImage* adjusted, KXImage* result, const KXRect* rect,
                                          float shadows, float highlights, float skin, int32_t skinTable);
 
+/* ---- Tone controls ---- */
+
+/* Brightness and contrast (-1..1, 0 neutral) on each colour plane; the table forms write the same response
+   into a curve table of numChannels channels. With a one-plane mask (any depth, null: none) the settings
+   scale by the mask at each pixel. */
+KX_EXPORT int32_t KXEffectsBrightnessContrast(KXImage* source, KXImage* destination, const KXRect* rect,
+                                              float brightness, float contrast);
+KX_EXPORT int32_t KXEffectsBrightnessContrastWithMask(KXImage* source, KXImage* destination, KXImage* mask,
+                                                      const KXRect* rect, float brightness, float contrast);
+KX_EXPORT int32_t KXEffectsBrightnessContrastMakeCurves(int32_t numChannels, float* curves, float brightness,
+                                                        float contrast);
+/* The same with the S-shaped midtone contrast in place of contrast. */
+KX_EXPORT int32_t KXEffectsBrightnessMidtoneContrast(KXImage* source, KXImage* destination, const KXRect* rect,
+                                                     float brightness, float midtoneContrast);
+KX_EXPORT int32_t KXEffectsBrightnessMidtoneContrastWithMask(KXImage* source, KXImage* destination, KXImage* mask,
+                                                             const KXRect* rect, float brightness,
+                                                             float midtoneContrast);
+KX_EXPORT int32_t KXEffectsBrightnessMidtoneContrastMakeCurves(int32_t numChannels, float* curves,
+                                                               float brightness, float midtoneContrast);
+/* Brightness with a signed mask: mask values below mid-gray darken by an offset, above it lighten by a
+   gain; a null mask gives plain brightness, and with brightness 0 copies. Clamped to 0..1. */
+KX_EXPORT int32_t KXEffectsBrightnessWithMask(KXImage* source, KXImage* destination, const KXRect* rect,
+                                              float brightness, KXImage* mask);
+KX_EXPORT int32_t KXEffectsBrightnessAltMakeCurves(int32_t numChannels, float* curves, float brightness);
+/* The exposure multiplier of a brightness slider: 2b + 1 from 0 up, 1 / (1 - b) below. */
+KX_EXPORT int32_t KXEffectsBrightnessAltToExposure(float brightness, float* exposure);
+KX_EXPORT int32_t KXEffectsMidtoneContrast(KXImage* source, KXImage* destination, const KXRect* rect,
+                                           float strength);
+KX_EXPORT int32_t KXEffectsMidtoneContrastMakeCurves(int32_t numChannels, float* curves, float strength);
+/* Midtone contrast whose slider reaches past +-1 into plain contrast, with a signed mask added to the
+   setting at each pixel; a null mask and strength 0 copies. */
+KX_EXPORT int32_t KXEffectsMidtoneContrastAltWithMask(KXImage* source, KXImage* destination, const KXRect* rect,
+                                                      float strength, KXImage* mask);
+KX_EXPORT int32_t KXEffectsMidtoneContrastAltMakeCurves(int32_t numChannels, float* curves, float strength);
+/* A soft-shouldered exposure multiplier (1 copies) that keeps the hue of every pixel. */
+KX_EXPORT int32_t KXEffectsExposure(KXImage* source, KXImage* destination, const KXRect* rect, float exposure);
+/* RGB only: brightness and saturation (-1..1), then haze (0..1) lifts black toward gray, white staying. */
+KX_EXPORT int32_t KXEffectsBrightnessHazeSaturation(KXImage* source, KXImage* destination, const KXRect* rect,
+                                                    float brightness, float haze, float saturation);
+
 #ifdef __cplusplus
 } /* extern "C" */
 #endif

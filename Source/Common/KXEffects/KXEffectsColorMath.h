@@ -7,6 +7,12 @@
 #include <cmath>
 #include <cstdint>
 
+// Limits to 0..1; a NaN stays NaN.
+inline float Clamp01(float v)
+{
+    return v < 0.0f ? 0.0f : (v > 1.0f ? 1.0f : v);
+}
+
 // Luma weights of the whole library.
 inline float Luma(float red, float green, float blue)
 {

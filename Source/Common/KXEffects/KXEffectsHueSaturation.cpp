@@ -3,6 +3,7 @@
 #include "KXEffectsColorMath.h"
 #include "KXEffectsDispatch.h"
 #include "KXEffectsRowLoop.h"
+#include "KXEffectsToneCurves.h"
 #include "KXEffectsWhiteBalance.h"
 
 #include <algorithm>
@@ -13,23 +14,6 @@ namespace {
 constexpr const char* kSourceFile = "Source/Common/KXEffects/KXEffectsHueSaturation";
 
 // ---- Formulas ----
-
-// The brightness response: B = 2 brightness, s = 1 / (B + 1) above 0 and 1 - B otherwise; v / ((1 - s) v + s).
-struct BrightnessCurve {
-    float s;
-
-    explicit BrightnessCurve(float brightness)
-    {
-        const float b = brightness * 2.0f;
-        s = b > 0.0f ? 1.0f / (b + 1.0f) : 1.0f - b;
-    }
-    float operator()(float v) const { return v / ((1.0f - s) * v + s); }
-};
-
-inline float Clamp01(float v)
-{
-    return v < 0.0f ? 0.0f : (v > 1.0f ? 1.0f : v);
-}
 
 // The hue wrapped into 0..1 and placed on the hexagon between high and low.
 inline void HexagonToRGB(float hue, float high, float low, float* rgb)
@@ -61,7 +45,7 @@ template <class Sample>
 void HueSaturationBrightnessKernel(KXImage* source, KXImage* destination, const CEffectRect& rect, float hue,
                                    float saturation, float brightness)
 {
-    const BrightnessCurve curve(brightness);
+    const BrightnessShaper curve(brightness);
     if (hue != 0.0f) {
         ForEachColour<Sample>(source, destination, rect, [&](float* rgb) {
             float hsv[3];
@@ -92,7 +76,7 @@ template <class Sample>
 void HueSaturationLightnessKernel(KXImage* source, KXImage* destination, const CEffectRect& rect, float hue,
                                   float saturation, float lightness)
 {
-    const BrightnessCurve curve(lightness);
+    const BrightnessShaper curve(lightness);
     ForEachColour<Sample>(source, destination, rect, [&](float* rgb) {
         float hsl[3];
         KXEffectsRGBToHSL(rgb, hsl);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 
 // Entries of one channel of a curve table, whatever the image depth.
@@ -19,6 +20,40 @@ inline float MidtoneCurveValue(float value, float strength)
         return (a * value * value + b * value + 1.0f) * value;
     const float y = 1.0f - value;
     return 1.0f - (a * y * y + b * y + 1.0f) * y;
+}
+
+// The rational brightness shaper, which fixes 0 and 1: B = 2b, s = 1 / (B + 1) for B > 0, else 1 - B;
+// x / ((1 - s) x + s). s is worked out once for a setting.
+struct BrightnessShaper {
+    float s;
+
+    explicit BrightnessShaper(float brightness)
+    {
+        const float b = brightness * 2.0f;
+        s = b > 0.0f ? 1.0f / (b + 1.0f) : 1.0f - b;
+    }
+    float operator()(float x) const { return x / ((1.0f - s) * x + s); }
+};
+
+inline float BrightnessCurveValue(float x, float brightness)
+{
+    return BrightnessShaper(brightness)(x);
+}
+
+// Contrast c >= 0: the parabola 2c x^2 + (1 - c) x on each half, taken from its own end; c < 0 inverts it,
+// with u = c + 1: (sqrt(-8c x + u^2) - u) / (-4c). 0.5 stays for every c.
+inline float ContrastCurveValue(float x, float c)
+{
+    const bool upper = !(x < 0.5f);
+    const float v = upper ? 1.0f - x : x;
+    float r;
+    if (c >= 0.0f) {
+        r = 2.0f * c * v * v + (1.0f - c) * v;
+    } else {
+        const float u = c + 1.0f;
+        r = (std::sqrt(-8.0f * c * v + u * u) - u) / (-4.0f * c);
+    }
+    return upper ? 1.0f - r : r;
 }
 
 // Writes entryValue(i) for the 256 entries once and repeats them in each of numChannels channels.
