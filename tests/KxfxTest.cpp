@@ -607,6 +607,24 @@ TEST(KxfxTool, ColourAndToneRowsMatchTheLibrary)
         {"exposure --brightness 0.5", [](auto s, auto d, auto r) { return KXEffectsExposure(s, d, r, 2.0f); }},
         {"brightness-haze-saturation --brightness 0.2 --haze 0.1 --saturation -0.3",
          [](auto s, auto d, auto r) { return KXEffectsBrightnessHazeSaturation(s, d, r, 0.2f, 0.1f, -0.3f); }},
+        {"black-and-white --hue 0.3 --contrast 0.4 --toner 0.2,0.4,0.9 --toner-amount 0.6",
+         [&](auto s, auto d, auto r) { return KXEffectsBlackAndWhite(s, d, r, 0.3f, 0.4f, nullptr, 0, toner, 0.6f); }},
+        {"black-and-white-color-response --filter 0.7,0.4,0.5 --red 0.3 --cyan -0.4",
+         [](auto s, auto d, auto r) {
+             const float filter[3] = {0.7f, 0.4f, 0.5f}, responses[6] = {0.3f, 0, 0, -0.4f, 0, 0};
+             return KXEffectsBlackAndWhiteColorResponse(s, d, r, filter, responses);
+         }},
+        {"black-and-white-auto-mixture --filter 0.5,0.5,0.5",
+         [](auto s, auto d, auto r) {
+             float responses[6];
+             const int32_t status = KXEffectsBlackAndWhiteColorResponseGetAutoMixture(s, responses);
+             return status != kKXNoErr ? status : KXEffectsBlackAndWhiteColorResponse(s, d, r, nullptr, responses);
+         }},
+        {"color-filter --red 0.5 --green 0.3 --blue 0.3",
+         [](auto s, auto d, auto r) { return KXEffectsColorFilter(s, d, r, 0.5f, 0.3f, 0.3f); }},
+        {"black-and-white-with-color-filter --hue 0.6",
+         [](auto s, auto d, auto r) { return KXEffectsBlackAndWhiteWithColorFilter(s, d, r, 0.6f); }},
+        {"black-white --mode 1", [](auto s, auto d, auto r) { return KXEffectsBlackWhite(s, d, r, 1); }},
     };
     const std::string input = TempPath("colour_in.png"), output = TempPath("colour_out.png");
     const std::string expectedPath = TempPath("colour_expected.png");
@@ -618,6 +636,62 @@ TEST(KxfxTool, ColourAndToneRowsMatchTheLibrary)
         ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
         const ImageHandle source = ReadImageFile(input), expected = ReadImageFile(input);
         const KXRect bounds = KXImageGetBounds(source.get());
+        ASSERT_EQ(call(source.get(), expected.get(), &bounds), kKXNoErr);
+        WriteImageFile(expected.get(), expectedPath);
+        ExpectSameMat(cv::imread(expectedPath, cv::IMREAD_UNCHANGED), cv::imread(output, cv::IMREAD_UNCHANGED));
+    }
+}
+
+// The analysis rows print what the library measures; the equalizer and curve rows write what it makes.
+TEST(KxfxTool, AnalysisRowsPrintAndApplyWhatTheLibraryFinds)
+{
+    const std::string input = TempPath("analysis_in.png"), output = TempPath("analysis_out.png");
+    const std::string expectedPath = TempPath("analysis_expected.png");
+    cv::Mat pixels(20, 24, CV_16UC3);
+    cv::RNG(83).fill(pixels, cv::RNG::UNIFORM, 9000.0, 50000.0);
+    ASSERT_TRUE(cv::imwrite(input, pixels));
+    const ImageHandle source = ReadImageFile(input);
+    const KXRect bounds = KXImageGetBounds(source.get());
+    float means[4], deviations[4], black[3], white[3], brightness, contrast, shadows, highlights;
+    ASSERT_EQ(KXEffectsAnalyzeImage(source.get(), &bounds, means, deviations), kKXNoErr);
+    ASSERT_EQ(KXEffectsAutoTone(source.get(), black, white, &brightness, &contrast, &shadows, &highlights), kKXNoErr);
+    char analysis[512], tone[512];
+    std::snprintf(analysis, sizeof analysis, "means: %g %g %g %g\ndeviations: %g %g %g %g\n", means[0], means[1],
+                  means[2], means[3], deviations[0], deviations[1], deviations[2], deviations[3]);
+    std::snprintf(tone, sizeof tone,
+                  "black: %g %g %g\nwhite: %g %g %g\nbrightness: %g\ncontrast: %g\nshadows: %g\nhighlights: %g\n",
+                  black[0], black[1], black[2], white[0], white[1], white[2], brightness, contrast, shadows,
+                  highlights);
+    const std::pair<std::string, std::string> prints[] = {{"analyze-image", analysis}, {"auto-tone", tone}};
+    for (const auto& [arguments, text] : prints) {
+        const Outcome outcome = RunKxfx(arguments + " " + input + " " + output);
+        ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
+        EXPECT_EQ(outcome.out, text);
+    }
+    using Call = std::function<int32_t(KXImage* source, KXImage* destination, const KXRect* rect)>;
+    const auto withCurves = [](std::function<int32_t(KXImage*, float*)> make) -> Call {
+        return [make](KXImage* s, KXImage* d, const KXRect* r) {
+            std::vector<float> curves(3 * 256);
+            const int32_t status = make(s, curves.data());
+            return status != kKXNoErr ? status : KXEffectsApplyCurves(s, d, r, curves.data());
+        };
+    };
+    const float low[3] = {0.1f, 0.2f, 0.1f}, high[3] = {0.9f, 0.8f, 1.0f};
+    const std::pair<std::string, Call> cases[] = {
+        {"auto-color", withCurves(KXEffectsAutoColorMakeCurves)},
+        {"equalize-curves", withCurves(KXEffectsEqualizeMakeCurves)},
+        {"equalize", [](auto s, auto d, auto) { return KXEffectsEqualize(s, d); }},
+        {"equalize-luminosity", [](auto s, auto d, auto) { return KXEffectsEqualizeLuminosity(s, d); }},
+        {"black-and-white-points-apply --black 0.1,0.2,0.1 --white 0.9,0.8,1",
+         [&](auto s, auto d, auto r) { return KXEffectsBlackAndWhitePointsApply(s, d, r, low, high); }},
+    };
+    for (const auto& [arguments, call] : cases) {
+        SCOPED_TRACE(arguments);
+        const size_t space = std::min(arguments.find(' '), arguments.size());
+        const Outcome outcome =
+            RunKxfx(arguments.substr(0, space) + " " + input + " " + output + arguments.substr(space));
+        ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
+        const ImageHandle expected = ReadImageFile(input);
         ASSERT_EQ(call(source.get(), expected.get(), &bounds), kKXNoErr);
         WriteImageFile(expected.get(), expectedPath);
         ExpectSameMat(cv::imread(expectedPath, cv::IMREAD_UNCHANGED), cv::imread(output, cv::IMREAD_UNCHANGED));

@@ -146,6 +146,61 @@ int32_t PhotoFilter(const EffectCall& call)
                                 double(settings.Get<float>("opacity1")), colour2, double(settings.Get<float>("opacity2")));
 }
 
+// ---- Black and white ----
+
+int32_t BlackAndWhite(const EffectCall& call)
+{
+    const SettingValues& settings = call.settings;
+    const Colour toner = settings.Get<Colour>("toner");
+    const float colour[] = {toner.red, toner.green, toner.blue};
+    return KXEffectsBlackAndWhite(call.Source(), call.destination, &call.rect, settings.Get<float>("hue"),
+                                  settings.Get<float>("contrast"), settings.Get<ImageHandle>("grain").get(),
+                                  settings.Get<float>("grain-amount"), colour, settings.Get<float>("toner-amount"));
+}
+
+// The six responses in the library's order, as settings.
+constexpr const char* kResponseNames[6] = {"red", "yellow", "green", "cyan", "blue", "magenta"};
+
+// A filter of 0.5 in every plane is the identity of the overlay, so it stands for no filter.
+int32_t ColorResponse(const EffectCall& call, const float* responses)
+{
+    const Colour filter = call.settings.Get<Colour>("filter");
+    const float colour[] = {filter.red, filter.green, filter.blue};
+    const bool none = filter.red == 0.5f && filter.green == 0.5f && filter.blue == 0.5f;
+    return KXEffectsBlackAndWhiteColorResponse(call.Source(), call.destination, &call.rect, none ? nullptr : colour,
+                                               responses);
+}
+
+int32_t ColorResponseRow(const EffectCall& call)
+{
+    float responses[6];
+    for (size_t i = 0; i < 6; ++i)
+        responses[i] = call.settings.Get<float>(kResponseNames[i]);
+    return ColorResponse(call, responses);
+}
+
+// The mixture is found over the whole input, told on standard output and applied.
+int32_t AutoMixture(const EffectCall& call)
+{
+    float responses[6];
+    const int32_t status = KXEffectsBlackAndWhiteColorResponseGetAutoMixture(call.Source(), responses);
+    if (status != kKXNoErr)
+        return status;
+    std::printf("responses: %g %g %g %g %g %g\n", responses[0], responses[1], responses[2], responses[3],
+                responses[4], responses[5]);
+    return ColorResponse(call, responses);
+}
+
+const SettingSpec kFilterSetting = {"filter", SettingKind::Colour, "0.5,0.5,0.5",
+                                    "r,g,b in 0..1 overlaid on the planes first; 0.5,0.5,0.5 is none"};
+const SettingSpec kResponseSettings[] = {
+    {"red", SettingKind::Float, "0", "added to the gray by the red in a pixel; 0 leaves the luma"},
+    {"yellow", SettingKind::Float, "0", "likewise for yellow"},
+    {"green", SettingKind::Float, "0", "likewise for green"},
+    {"cyan", SettingKind::Float, "0", "likewise for cyan"},
+    {"blue", SettingKind::Float, "0", "likewise for blue"},
+    {"magenta", SettingKind::Float, "0", "likewise for magenta"}};
+
 // ---- White balance ----
 
 // The narrowest export that takes the settings given, so that each of the four is reachable.
@@ -211,6 +266,115 @@ int32_t AddToner(const EffectCall& call)
     const float colour[] = {toner.red, toner.green, toner.blue};
     return KXEffectsAddToner(call.Source(), call.destination, &call.rect, colour, call.settings.Get<float>("amount"));
 }
+
+// ---- Automatic analysis ----
+
+int32_t ColourPlanesOf(KXImage* image)
+{
+    return KXImageGetNumPlanes(image) - KXImageGetTransparency(image);
+}
+
+// One "name: values" line.
+void PrintNumbers(const char* name, const float* values, int32_t count)
+{
+    std::printf("%s:", name);
+    for (int32_t i = 0; i < count; ++i)
+        std::printf(" %g", values[i]);
+    std::printf("\n");
+}
+
+int32_t PrintAnalysis(const EffectCall& call)
+{
+    float means[4] = {}, deviations[4] = {};
+    const int32_t status = KXEffectsAnalyzeImage(call.Source(), &call.rect, means, deviations);
+    if (status != kKXNoErr)
+        return status;
+    const int32_t channels = ColourPlanesOf(call.Source()) == 3 ? 4 : 1;
+    PrintNumbers("means", means, channels);
+    PrintNumbers("deviations", deviations, channels);
+    return kKXNoErr;
+}
+
+int32_t PrintAutoTone(const EffectCall& call)
+{
+    float black[3], white[3], brightness, contrast, shadows, highlights;
+    const int32_t status =
+        KXEffectsAutoTone(call.Source(), black, white, &brightness, &contrast, &shadows, &highlights);
+    if (status != kKXNoErr)
+        return status;
+    PrintNumbers("black", black, 3);
+    PrintNumbers("white", white, 3);
+    std::printf("brightness: %g\ncontrast: %g\nshadows: %g\nhighlights: %g\n", brightness, contrast, shadows,
+                highlights);
+    return kKXNoErr;
+}
+
+int32_t PrintBlackAndWhitePoints(const EffectCall& call)
+{
+    const SettingValues& settings = call.settings;
+    float black[3], white[3];
+    const int32_t status =
+        KXEffectsBlackAndWhitePointsGetPoints(call.Source(), black, white, settings.Get<float>("shadow-clip"),
+                                              settings.Get<float>("highlight-clip"), settings.Get<bool>("combined"));
+    if (status != kKXNoErr)
+        return status;
+    PrintNumbers("black", black, ColourPlanesOf(call.Source()));
+    PrintNumbers("white", white, ColourPlanesOf(call.Source()));
+    return kKXNoErr;
+}
+
+// A table made by the library is applied to the input through the curves effect.
+int32_t ApplyMadeCurves(const EffectCall& call, const std::function<int32_t(float* curves)>& makeCurves)
+{
+    std::vector<float> curves(4 * 256);
+    const int32_t status = makeCurves(curves.data());
+    if (status != kKXNoErr)
+        return status;
+    return KXEffectsApplyCurves(call.Source(), call.destination, &call.rect, curves.data());
+}
+
+template <int32_t (*MakeCurves)(KXImage*, float*)> int32_t ImageCurvesRow(const EffectCall& call)
+{
+    return ApplyMadeCurves(call, [&](float* curves) { return MakeCurves(call.Source(), curves); });
+}
+
+// The points per colour plane, a gray image taking the first.
+struct Points {
+    float black[3], white[3];
+};
+
+Points PointsOf(const EffectCall& call)
+{
+    const Colour black = call.settings.Get<Colour>("black"), white = call.settings.Get<Colour>("white");
+    return {{black.red, black.green, black.blue}, {white.red, white.green, white.blue}};
+}
+
+int32_t BlackAndWhitePointsCurves(const EffectCall& call)
+{
+    const Points points = PointsOf(call);
+    return ApplyMadeCurves(call, [&](float* curves) {
+        return KXEffectsBlackAndWhitePointsMakeCurves(ColourPlanesOf(call.Source()), curves, points.black,
+                                                      points.white);
+    });
+}
+
+int32_t ApplyBlackAndWhitePoints(const EffectCall& call)
+{
+    const Points points = PointsOf(call);
+    return KXEffectsBlackAndWhitePointsApply(call.Source(), call.destination, &call.rect, points.black,
+                                             points.white);
+}
+
+int32_t AutoColorTemperature(const EffectCall& call)
+{
+    float temperature = 0.0f, tint = 0.0f;
+    const int32_t status = KXEffectsAutoColorTemperatureAndTint(call.Source(), &temperature, &tint);
+    return ApplyFoundTemperature(call, status, temperature, tint);
+}
+
+const SettingSpec kPointSettings[] = {
+    {"black", SettingKind::Colour, "0,0,0", "r,g,b in 0..1 that become black; a gray image takes the first"},
+    {"white", SettingKind::Colour, "1,1,1", "r,g,b in 0..1 that become white; a gray image takes the first"}};
 
 // ---- Hue ----
 
@@ -332,6 +496,25 @@ const SettingSpec kToneMaskSetting = {"mask", SettingKind::Image, "",
                                       "gray image of one plane: the strength at each pixel"};
 const SettingSpec kSignedMaskSetting = {"mask", SettingKind::Image, "",
                                         "gray image of one plane: below mid-gray darkens, above lightens"};
+
+// ---- Tiles and masked application ----
+
+// Six numbers, one a hue zone: red, yellow, green, cyan, blue, magenta.
+std::vector<float> ZoneSetting(const EffectCall& call, const std::string& name)
+{
+    std::vector<float> zones = call.settings.Get<std::vector<float>>(name);
+    if (zones.size() != 6)
+        throw ToolError("--" + name + ": give six numbers, for red, yellow, green, cyan, blue and magenta");
+    return zones;
+}
+
+int32_t ApplyEffectInZones(const EffectCall& call)
+{
+    const std::vector<float> effect = ZoneSetting(call, "effect-zones"), brightness = ZoneSetting(call, "brightness-zones");
+    const std::vector<float> midtone = ZoneSetting(call, "midtone-zones");
+    return KXEffectsApplyEffectInZones(call.inputs[0], call.inputs[1], OptionalMask(call), call.destination, &call.rect,
+                                       effect.data(), brightness.data(), midtone.data());
+}
 
 // ---- Filters ----
 
@@ -567,6 +750,24 @@ const std::vector<EffectRow> kEffects = {
       {"colour2", SettingKind::Colour, "0.2,0.6,1", "r,g,b in 0..1, for kinds 2 and 4"},
       {"opacity2", SettingKind::Float, "0", "0..1, of colour2"}},
      PhotoFilter},
+    // ---- Tiles and masked application ----
+    {"apply-effect-with-mask",
+     "mixes EFFECT, made from SOURCE, back over it: weight amount / 2, moved by the mask's distance from mid-gray",
+     {"SOURCE", "EFFECT"},
+     {{"amount", SettingKind::Float, "2", "2 gives the effect in full, 0 the source"},
+      {"mask", SettingKind::Image, "", "gray image of one plane; mid-gray leaves the weight"}},
+     [](const EffectCall& call) {
+         return KXEffectsApplyEffectWithMask(call.inputs[0], call.inputs[1], OptionalMask(call), call.destination,
+                                             &call.rect, call.settings.Get<float>("amount"));
+     }},
+    {"apply-effect-in-zones",
+     "mixes EFFECT over SOURCE by the hue of each pixel, then changes brightness and midtones by hue; RGB only",
+     {"SOURCE", "EFFECT"},
+     {{"effect-zones", SettingKind::Numbers, "0,0,0,0,0,0", "red,yellow,green,cyan,blue,magenta: more effect"},
+      {"brightness-zones", SettingKind::Numbers, "0,0,0,0,0,0", "six brightness changes by hue"},
+      {"midtone-zones", SettingKind::Numbers, "0,0,0,0,0,0", "six midtone contrast changes by hue"},
+      {"mask", SettingKind::Image, "", "gray image of one plane; mid-gray is neutral"}},
+     ApplyEffectInZones},
     // ---- Tone controls ----
     {"brightness-contrast", "brightness and contrast on each colour plane; alpha is kept", kOneInput,
      {kToneBrightnessSetting, {"contrast", SettingKind::Float, "0", "-1..1; 0 leaves it"}, kToneMaskSetting,
@@ -598,6 +799,32 @@ const std::vector<EffectRow> kEffects = {
                                                   settings.Get<float>("brightness"), settings.Get<float>("haze"),
                                                   settings.Get<float>("saturation"));
      }},
+    // ---- Automatic analysis ----
+    {"analyze-image", "prints the means and deviations of the colour planes (and luma of RGB) over the rectangle",
+     kOneInput, {}, PrintAnalysis},
+    {"auto-color", "takes the near-gray pixels of an RGB image toward gray through per-channel curves", kOneInput,
+     {}, ImageCurvesRow<KXEffectsAutoColorMakeCurves>},
+    {"auto-color-temperature",
+     "finds the temperature and tint nearest to the auto colour and applies them; prints them", kOneInput,
+     {kSaturationVibranceSettings[0], kSaturationVibranceSettings[1]}, AutoColorTemperature},
+    {"auto-tone", "prints the black and white points, brightness, contrast, shadows and highlights of an RGB image",
+     kOneInput, {}, PrintAutoTone},
+    {"black-and-white-points", "prints the points that clip the given fractions at each end; 8 and 16-bit",
+     kOneInput,
+     {{"shadow-clip", SettingKind::Float, "0.001", "fraction of the pixels at or below black"},
+      {"highlight-clip", SettingKind::Float, "0.001", "fraction of the pixels at or above white"},
+      {"combined", SettingKind::Bool, "false", "one histogram of the mean of the planes"}},
+     PrintBlackAndWhitePoints},
+    {"black-and-white-points-curves", "stretches black..white of each colour plane to 0..1 through curves",
+     kOneInput, {kPointSettings[0], kPointSettings[1]}, BlackAndWhitePointsCurves},
+    {"black-and-white-points-apply", "stretches black..white of each colour plane to 0..1; 8 and 16-bit", kOneInput,
+     {kPointSettings[0], kPointSettings[1]}, ApplyBlackAndWhitePoints},
+    {"equalize", "equalizes the histogram of all colour planes of the whole image; alpha is kept", kOneInput, {},
+     [](const EffectCall& call) { return KXEffectsEqualize(call.Source(), call.destination); }},
+    {"equalize-luminosity", "equalizes the luma of the whole image, one gain a pixel so hues stay", kOneInput, {},
+     [](const EffectCall& call) { return KXEffectsEqualizeLuminosity(call.Source(), call.destination); }},
+    {"equalize-curves", "the equalization as curves, applied over the rectangle", kOneInput, {},
+     ImageCurvesRow<KXEffectsEqualizeMakeCurves>},
     // ---- Hue ----
     {"hue-saturation", "turns the hue, and scales saturation and brightness, of an RGB image; alpha is kept",
      kOneInput,
@@ -671,6 +898,52 @@ const std::vector<EffectRow> kEffects = {
          return KXEffectsProtectColors(call.inputs[0], call.inputs[1], call.destination, &call.rect,
                                        settings.Get<float>("shadows"), settings.Get<float>("highlights"),
                                        settings.Get<float>("skin"), settings.Get<int32_t>("table"));
+     }},
+    // ---- Black and white ----
+    {"black-and-white",
+     "gray of an RGB image by a filter hue, with midtone contrast, a grain tile and a toner; alpha is kept",
+     kOneInput,
+     {{"hue", SettingKind::Float, "0", "turns 0..1 of the filter: 0 red, 0.333 green, 0.667 blue"},
+      {"contrast", SettingKind::Float, "0", "-1..1 midtone contrast; 0 none"},
+      {"grain", SettingKind::Image, "", "a 256 x 256 image whose first plane is overlaid as grain"},
+      {"grain-amount", SettingKind::Float, "0", "0..1 of the grain; 0 none"},
+      {"toner", SettingKind::Colour, "0.44,0.26,0.08", "r,g,b in 0..1"},
+      {"toner-amount", SettingKind::Float, "0", "0..1 of the toner; 0 none"}},
+     BlackAndWhite},
+    {"black-and-white-color-response",
+     "gray of an RGB image as luma plus a response to each of six colours, after an optional filter",
+     kOneInput,
+     {kFilterSetting, kResponseSettings[0], kResponseSettings[1], kResponseSettings[2], kResponseSettings[3],
+      kResponseSettings[4], kResponseSettings[5]},
+     ColorResponseRow},
+    {"black-and-white-auto-mixture",
+     "finds the six colour responses from the spread of each colour and applies them; prints them",
+     kOneInput,
+     {kFilterSetting},
+     AutoMixture},
+    {"color-filter", "every colour plane becomes red x R + green x G + blue x B, not clamped; alpha is kept",
+     kOneInput,
+     {{"red", SettingKind::Float, "0.299", "weight of the first plane"},
+      {"green", SettingKind::Float, "0.587", "weight of the second plane"},
+      {"blue", SettingKind::Float, "0.114", "weight of the third plane"}},
+     [](const EffectCall& call) {
+         const SettingValues& settings = call.settings;
+         return KXEffectsColorFilter(call.Source(), call.destination, &call.rect, settings.Get<float>("red"),
+                                     settings.Get<float>("green"), settings.Get<float>("blue"));
+     }},
+    {"black-and-white-with-color-filter",
+     "the colour filter of a hue, not normalised: a secondary hue adds two planes and may pass white",
+     kOneInput,
+     {{"hue", SettingKind::Float, "0", "turns 0..1: 0 red, 0.167 yellow, 0.333 green"}},
+     [](const EffectCall& call) {
+         return KXEffectsBlackAndWhiteWithColorFilter(call.Source(), call.destination, &call.rect,
+                                                      call.settings.Get<float>("hue"));
+     }},
+    {"black-white", "every colour plane becomes the luma (mode 0) or the mean of the colour planes (mode 1)",
+     kOneInput,
+     {{"mode", SettingKind::Integer, "0", "0 luma of an RGB image, 1 mean; others leave the output a copy"}},
+     [](const EffectCall& call) {
+         return KXEffectsBlackWhite(call.Source(), call.destination, &call.rect, call.settings.Get<int32_t>("mode"));
      }},
     // ---- White balance ----
     {"temperature",

@@ -109,6 +109,12 @@ SettingValue ParseValue(const SettingSpec& setting, std::string_view text, const
         return ParsePoint(text);
     case SettingKind::Curve:
         return text.empty() ? std::vector<float>() : ParseCurve(text);
+    case SettingKind::Numbers: {
+        std::vector<float> numbers;
+        for (std::string_view field : Split(text, ','))
+            numbers.push_back(ParseFloat(field));
+        return numbers;
+    }
     case SettingKind::Image:
         return text.empty() ? ImageHandle() : readImage(std::string(text));
     }
@@ -121,7 +127,8 @@ const char* SettingKindName(SettingKind kind)
 {
     // In the order of SettingKind.
     static constexpr const char* kNames[] = {"float",        "integer",   "bool",       "blend mode",
-                                             "colour r,g,b", "point x,y", "image file", "curve x,y;x,y;... or file"};
+                                             "colour r,g,b", "point x,y", "image file", "curve x,y;x,y;... or file",
+                                             "numbers n,n,..."};
     return kNames[size_t(kind)];
 }
 

@@ -19,7 +19,8 @@ enum class SettingKind {
     Colour,    // r,g,b
     Point,     // x,y
     Image,     // another image file, read like the input and brought to its depth
-    Curve      // x,y;x,y;... or a file of numbers, read as 256 a channel; "" means none
+    Curve,     // x,y;x,y;... or a file of numbers, read as 256 a channel; "" means none
+    Numbers    // n,n,...
 };
 
 struct Colour {

@@ -54,6 +54,21 @@ KX_EXPORT void KXEffectsDotProduct4(const float* a, const float* const* rows, fl
 /* Process-wide: 32-byte blocks and the scalar dot product when true. Stays false. */
 KX_EXPORT extern bool gWideVectors;
 
+/* ---- Tiles and masked application ---- */
+
+/* The margin in pixels that effect (an exported effect function, cast) reads around a rectangle at its
+   first float setting value: 0 for pointwise effects, -1 for the whole image or an unknown pointer. */
+KX_EXPORT int32_t KXEffectsGetOutset(KXEffectProc effect, float value);
+/* Mixes an effect image computed from source back over it: weight amount / 2, plus the mask's distance
+   from 127/255 at each pixel when a one-plane mask of the destination's depth is given; limited to white. */
+KX_EXPORT int32_t KXEffectsApplyEffectWithMask(KXImage* source, KXImage* effect, KXImage* mask,
+                                               KXImage* destination, const KXRect* rect, float amount);
+/* The same mix weighted by the hue of each source pixel (six zones: red, yellow, green, cyan, blue,
+   magenta), then a brightness and a midtone change of the luma by hue. RGB only. */
+KX_EXPORT int32_t KXEffectsApplyEffectInZones(KXImage* source, KXImage* effect, KXImage* mask,
+                                              KXImage* destination, const KXRect* rect, const float* effectZones,
+                                              const float* brightnessZones, const float* midtoneZones);
+
 /* ---- Colour ---- */
 
 /* One colour, three floats in and out (they may be the same): 0 RGB to HSV, 1 HSV to RGB, 2 RGB to HSL,
@@ -270,6 +285,30 @@ KX_EXPORT int32_t KXEffectsGetColorForIndex(uint32_t index, float* color);
 /* The box of the non-zero samples of a one-plane mask in image coordinates; all zero when there are none. */
 KX_EXPORT int32_t KXEffectsFindMaskBounds(KXImage* mask, KXRect* bounds);
 
+/* ---- Black and white ---- */
+
+/* RGB only: gray of the filter hue's weights (turns 0..1, 0 red), then midtone contrast (0 none), an
+   overlaid 256 x 256 grain tile (null or grainAmount 0: none) and a toner (null colour: none). */
+KX_EXPORT int32_t KXEffectsBlackAndWhite(KXImage* source, KXImage* destination, const KXRect* rect, float filterHue,
+                                         float contrast, KXImage* grainTile, float grainAmount,
+                                         const float* tonerColor, float tonerAmount);
+/* RGB only: luma plus six responses (red, yellow, green, cyan, blue, magenta; 0 neutral) by how much of
+   each colour a pixel has, after an optional overlaid filterColor (three floats 0..1, null: none). */
+KX_EXPORT int32_t KXEffectsBlackAndWhiteColorResponse(KXImage* source, KXImage* destination, const KXRect* rect,
+                                                      const float* filterColor, const float* responses);
+/* Six responses for the conversion above from the spread of each colour over the whole image, keeping its
+   mean luma. */
+KX_EXPORT int32_t KXEffectsBlackAndWhiteColorResponseGetAutoMixture(KXImage* image, float* responses);
+/* Every colour plane becomes redWeight R + greenWeight G + blueWeight B; nothing clamps. */
+KX_EXPORT int32_t KXEffectsColorFilter(KXImage* source, KXImage* destination, const KXRect* rect, float redWeight,
+                                       float greenWeight, float blueWeight);
+/* The colour filter with the weights of a hue (turns 0..1), not normalised: a secondary hue weighs 2. */
+KX_EXPORT int32_t KXEffectsBlackAndWhiteWithColorFilter(KXImage* source, KXImage* destination, const KXRect* rect,
+                                                        float filterHue);
+/* Every colour plane becomes the luma (mode 0) or the mean of the colour planes (mode 1); other modes
+   leave the destination as it was. */
+KX_EXPORT int32_t KXEffectsBlackWhite(KXImage* source, KXImage* destination, const KXRect* rect, int32_t mode);
+
 /* ---- White balance ---- */
 
 /* RGB only. Temperature and tint (-1..1, 0 neutral) through a per-channel rational that keeps 0 and 1;
@@ -305,6 +344,51 @@ KX_EXPORT int32_t KXEffectsTemperatureAndTintForCurves(const float* curves, floa
    reach -4..4. */
 KX_EXPORT int32_t KXEffectsWhiteBalanceTemperatureAndTint(KXColorProfile* profile, uint32_t preset,
                                                           float* temperature, float* tint);
+
+/* ---- Automatic analysis ---- */
+
+/* The answer of the auto tone: black and white points 0..1 of each colour plane, then brightness, contrast,
+   shadows and highlights, -1..1. */
+typedef struct ToneSettings {
+    float black[3];
+    float white[3];
+    float brightness;
+    float contrast;
+    float shadows;
+    float highlights;
+} ToneSettings;
+/* Means and standard deviations 0..1 of the planes over rect, cut to the image: red, green, blue and luma of
+   an RGB image (four entries each), the plane of a gray one. RGBA pixels of alpha 0 are left out; with none
+   counted both arrays stay as they were. */
+KX_EXPORT int32_t KXEffectsAnalyzeImage(KXImage* image, const KXRect* rect, float* means, float* deviations);
+/* Three channels of curves that take the near-gray pixels of an RGB image toward gray: per-channel black,
+   white and gamma. Under 16 x 16 pixels is kKXErrBadParam, the curves untouched. */
+KX_EXPORT int32_t KXEffectsAutoColorMakeCurves(KXImage* image, float* curves);
+/* The temperature and tint that come nearest to what the auto colour's curves do to a light gray. */
+KX_EXPORT int32_t KXEffectsAutoColorTemperatureAndTint(KXImage* image, float* temperature, float* tint);
+/* Auto tone of an RGB image from its luma: black[3] and white[3] clip 0.1% and 0.01% of the pixels; brightness,
+   contrast, shadows and highlights (-1..1) come from the tone model. Every output starts neutral. */
+KX_EXPORT int32_t KXEffectsAutoTone(KXImage* image, float* black, float* white, float* brightness, float* contrast,
+                                    float* shadows, float* highlights);
+/* Black and white points 0..1 of each colour plane, or of the mean of the planes when combined, clipping the
+   fractions shadowClip and highlightClip of the pixels (alpha 0 left out); 8 and 16-bit. Fewer than 1000
+   pixels or crossed points: kKXErrBadInput, with black 0 and white 1. */
+KX_EXPORT int32_t KXEffectsBlackAndWhitePointsGetPoints(KXImage* image, float* black, float* white,
+                                                        float shadowClip, float highlightClip, bool combined);
+/* Curves that stretch black[c]..white[c] of each channel to 0..1; equal points make a step just above them. */
+KX_EXPORT int32_t KXEffectsBlackAndWhitePointsMakeCurves(int32_t numChannels, float* curves, const float* black,
+                                                         const float* white);
+/* The same stretch on the colour planes of an 8 or 16-bit image, limited to 0..white; alpha is copied. */
+KX_EXPORT int32_t KXEffectsBlackAndWhitePointsApply(KXImage* source, KXImage* destination, const KXRect* rect,
+                                                    const float* black, const float* white);
+/* Histogram equalization of the whole image, all colour planes in one histogram; alpha is copied. Depths 8,
+   16 and 32, else kKXErrBadImageFormat. */
+KX_EXPORT int32_t KXEffectsEqualize(KXImage* source, KXImage* destination);
+/* Equalizes the luma of an RGB image, each pixel's planes multiplied by one gain so hues stay, limited to
+   0..white; a gray image takes KXEffectsEqualize, other colour spaces are kKXErrBadImageFormat. */
+KX_EXPORT int32_t KXEffectsEqualizeLuminosity(KXImage* source, KXImage* destination);
+/* The equalization of KXEffectsEqualize as a curve table, one channel per colour plane. */
+KX_EXPORT int32_t KXEffectsEqualizeMakeCurves(KXImage* image, float* curves);
 
 /* ---- Hue and colour ranges ---- */
 

@@ -288,39 +288,15 @@ int32_t KXEffectsAddToner(KXImage* source, KXImage* destination, const KXRect* r
         return kKXErrBadParam;
     if (KXImageGetColorSpaceType(source) != KXColorSpaceRGB)
         return kKXErrUnsupported;
-    // The toner's colour over its own gray: luma below toneLuma rises from black along it, above
-    // ceiling falls towards white; in between the whole tone is added to the gray.
-    const float low = std::min({tonerColor[0], tonerColor[1], tonerColor[2]});
-    const float high = std::max({tonerColor[0], tonerColor[1], tonerColor[2]});
-    float tone[3] = {tonerColor[0] - low, tonerColor[1] - low, tonerColor[2] - low};
-    float toneLuma = Luma(tone);
-    float span = high - low;
-    if (low >= high) {
-        tone[0] = tone[1] = tone[2] = 1.0f;
-        toneLuma = 1.0f;
-        span = 1.0f;
-    }
-    const float rise = 1.0f / toneLuma, fall = 1.0f / (span - toneLuma), ceiling = 1.0f - span;
+    const TonerMap toner(tonerColor);
     const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
     return DispatchImageDepth(source, [&](auto tag) {
         using Sample = typename decltype(tag)::Type;
         const float toned = amount * kWhite<Sample>, keep = 1.0f - amount;
         ForEachPixel<Sample>(source, destination, effectRect, [&](const Sample* in, Sample* out, auto) {
-            const float y = Luma(ToUnit(in[0]), ToUnit(in[1]), ToUnit(in[2]));
-            float base = 0.0f, weight;
-            if (y <= toneLuma) {
-                weight = y * rise;
-            } else {
-                base = y - toneLuma;
-                if (base <= ceiling) {
-                    weight = 1.0f;
-                } else {
-                    weight = (1.0f - y) * fall;
-                    base = 1.0f - (1.0f - y) * fall * span;
-                }
-            }
+            const TonerMap::Weights w = toner(Luma(ToUnit(in[0]), ToUnit(in[1]), ToUnit(in[2])));
             for (int32_t c = 0; c < 3; ++c)
-                out[c] = FromRaw<Sample>((weight * tone[c] + base) * toned + float(in[c]) * keep);
+                out[c] = FromRaw<Sample>((w.weight * toner.tone[c] + w.base) * toned + float(in[c]) * keep);
         });
         return int32_t(kKXNoErr);
     });

@@ -1,6 +1,8 @@
 // The colour-temperature model: one rational map per channel, driven by temperature and tint.
 #pragma once
 
+#include "KXEffectsColorMath.h"
+
 #include <algorithm>
 
 // With T = temperature / 4 and N = tint / 4 split into their positive and negative parts, each channel
@@ -23,3 +25,43 @@ inline void TemperatureTintPixel(float* rgb, float temperature, float tint)
     for (int c = 0; c < 3; ++c)
         rgb[c] = rgb[c] * k[c] / ((2.0f * k[c] - 1.0f) * rgb[c] + (1.0f - k[c]));
 }
+
+// The toner's colour over its own gray: luma below toneLuma rises from black along it, above ceiling
+// falls towards white; in between the whole tone is added to the gray. A gray toner tones with white.
+struct TonerMap {
+    float tone[3];
+    float toneLuma, span, rise, fall, ceiling;
+
+    explicit TonerMap(const float* colour)
+    {
+        const float low = std::min({colour[0], colour[1], colour[2]});
+        const float high = std::max({colour[0], colour[1], colour[2]});
+        tone[0] = colour[0] - low;
+        tone[1] = colour[1] - low;
+        tone[2] = colour[2] - low;
+        toneLuma = Luma(tone);
+        span = high - low;
+        if (low >= high) {
+            tone[0] = tone[1] = tone[2] = 1.0f;
+            toneLuma = 1.0f;
+            span = 1.0f;
+        }
+        rise = 1.0f / toneLuma;
+        fall = 1.0f / (span - toneLuma);
+        ceiling = 1.0f - span;
+    }
+
+    // The toned colour of luma y is weight * tone + base.
+    struct Weights {
+        float base, weight;
+    };
+    Weights operator()(float y) const
+    {
+        if (y <= toneLuma)
+            return {0.0f, y * rise};
+        const float base = y - toneLuma;
+        if (base <= ceiling)
+            return {base, 1.0f};
+        return {1.0f - (1.0f - y) * fall * span, (1.0f - y) * fall};
+    }
+};
