@@ -592,6 +592,8 @@ TEST(KxfxTool, ColourAndToneRowsMatchTheLibrary)
          [](auto s, auto d, auto r) { return KXEffectsColorize(s, d, r, 0.6f, 0.4f, -0.2f); }},
         {"channel-mixer --red-green 0.5 --green-blue -0.3",
          [](auto s, auto d, auto r) { return KXEffectsChannelMixer(s, d, r, 1, 0.5f, 0, 0, 1, -0.3f); }},
+        {"clarity --amount 0.8 --radius 4",
+         [](auto s, auto d, auto r) { return KXEffectsClarity(s, d, r, 0.8f, 4.0f); }},
         {"purity --shadows 0.3 --highlights 0.1",
          [](auto s, auto d, auto r) { return KXEffectsPurity(s, d, r, 0.3f, 0.1f); }},
         {"brightness-contrast --brightness 0.3 --contrast -0.4",
@@ -625,6 +627,8 @@ TEST(KxfxTool, ColourAndToneRowsMatchTheLibrary)
         {"black-and-white-with-color-filter --hue 0.6",
          [](auto s, auto d, auto r) { return KXEffectsBlackAndWhiteWithColorFilter(s, d, r, 0.6f); }},
         {"black-white --mode 1", [](auto s, auto d, auto r) { return KXEffectsBlackWhite(s, d, r, 1); }},
+        {"add-noise --type 1 --amount 0.2", [](auto s, auto d, auto r) { return KXEffectsAddNoise(s, d, r, 1, 0.2f); }},
+        {"add-noise --type 2 --amount 0.1", [](auto s, auto d, auto r) { return KXEffectsAddNoise(s, d, r, 2, 0.1f); }},
     };
     const std::string input = TempPath("colour_in.png"), output = TempPath("colour_out.png");
     const std::string expectedPath = TempPath("colour_expected.png");

@@ -408,6 +408,18 @@ const SettingSpec kSaturationVibranceSettings[] = {
     {"saturation", SettingKind::Float, "0", "-1 (gray at the brightest plane) up; 0 leaves the colours"},
     {"vibrance", SettingKind::Float, "0", "-1..1; lifts the duller colours most; 0 leaves them"}};
 
+// ---- Grain and noise ----
+
+// With --alone the grain is rendered on mid-gray: the library is called without a source.
+KXImage* GrainBase(const EffectCall& call)
+{
+    return call.settings.Get<bool>("alone") ? nullptr : call.Source();
+}
+
+const SettingSpec kGrainSettings[] = {
+    {"amount", SettingKind::Float, "0", "0..1, opacity of the grain overlay; 0 copies"},
+    {"alone", SettingKind::Bool, "false", "the grain alone on mid-gray with full alpha"}};
+
 // ---- Tone controls ----
 
 KXImage* OptionalMask(const EffectCall& call)
@@ -543,6 +555,36 @@ const SettingSpec kRadiusSetting = {"radius", SettingKind::Integer, "5", "pixels
 const SettingSpec kThresholdSetting = {"threshold", SettingKind::Float, "0.1",
                                        "0..1: samples within about 2.5 x threshold count as alike"};
 const SettingSpec kAmountSetting = {"amount", SettingKind::Float, "1", "0..1 mix with the input; 0 copies"};
+
+// ---- Sharpening ----
+
+const SettingSpec kSharpenAmountSetting = {"amount", SettingKind::Float, "1",
+                                           "times the difference from the blur; above 1 is usual; 0 or less copies"};
+const SettingSpec kSharpenThresholdSetting = {"threshold", SettingKind::Float, "0",
+                                              "0..1 of white: smaller differences are left, larger lose it first"};
+const SettingSpec kSharpenBoxRadiusSetting = {"radius", SettingKind::Integer, "2",
+                                              "pixels of the blur; 0 or less copies"};
+const SettingSpec kSharpenGaussianRadiusSetting = {"radius", SettingKind::Float, "2",
+                                                   "standard deviation of the blur in pixels; 0 or less copies"};
+
+template <int32_t (*Sharpen)(KXImage*, KXImage*, const KXRect*, float, int32_t, float)>
+int32_t UnsharpMaskRow(const EffectCall& call)
+{
+    return Sharpen(call.Source(), call.destination, &call.rect, call.settings.Get<float>("amount"),
+                   call.settings.Get<int32_t>("radius"), call.settings.Get<float>("threshold"));
+}
+
+// The library writes both passes; the one not asked for goes to an image of its own and is dropped.
+int32_t HighPassAndLowPassRow(const EffectCall& call)
+{
+    KXImage* created = nullptr;
+    CheckCoreStatus(KXEffectsCreateImageLike(call.Source(), &created, nullptr), "cannot make the second pass");
+    const ImageHandle other = AdoptImage(created);
+    const bool lowPass = call.settings.Get<bool>("low-pass");
+    return KXEffectsHighPassAndLowPass(call.Source(), lowPass ? created : call.destination,
+                                       lowPass ? call.destination : created, &call.rect,
+                                       call.settings.Get<float>("radius"));
+}
 
 // ---- Blurs ----
 
@@ -768,6 +810,30 @@ const std::vector<EffectRow> kEffects = {
       {"midtone-zones", SettingKind::Numbers, "0,0,0,0,0,0", "six midtone contrast changes by hue"},
       {"mask", SettingKind::Image, "", "gray image of one plane; mid-gray is neutral"}},
      ApplyEffectInZones},
+    // ---- Grain and noise ----
+    {"add-noise", "adds uniform noise of up to amount x white to each colour plane; alpha is kept", kOneInput,
+     {{"type", SettingKind::Integer, "0", "0 a value per sample, 1 one per pixel, 2 from a fixed tile by position"},
+      {"amount", SettingKind::Float, "0", "0..1 of white, the largest change; 0 copies"}},
+     [](const EffectCall& call) {
+         return KXEffectsAddNoise(call.Source(), call.destination, &call.rect, call.settings.Get<int32_t>("type"),
+                                  call.settings.Get<float>("amount"));
+     }},
+    {"film-grain", "overlays GRAIN, placed by its bounds and at least as large, one byte a column; alpha is kept",
+     {"INPUT", "GRAIN"},
+     {kGrainSettings[0], kGrainSettings[1]},
+     [](const EffectCall& call) {
+         return KXEffectsApplyFilmGrain(GrainBase(call), call.destination, &call.rect, call.inputs[1],
+                                        call.settings.Get<float>("amount"));
+     }},
+    {"film-grain-tile", "overlays a grain tile repeated over the image and magnified by a scale; alpha is kept",
+     kOneInput,
+     {{"tile", SettingKind::Image, "", "a power-of-two gray image, read one sample a column; none copies"},
+      kGrainSettings[0], {"scale", SettingKind::Float, "1", "image pixels per tile pixel, above 0"}, kGrainSettings[1]},
+     [](const EffectCall& call) {
+         return KXEffectsApplyFilmGrainTile(GrainBase(call), call.destination, &call.rect,
+                                            call.settings.Get<ImageHandle>("tile").get(),
+                                            call.settings.Get<float>("amount"), call.settings.Get<float>("scale"));
+     }},
     // ---- Tone controls ----
     {"brightness-contrast", "brightness and contrast on each colour plane; alpha is kept", kOneInput,
      {kToneBrightnessSetting, {"contrast", SettingKind::Float, "0", "-1..1; 0 leaves it"}, kToneMaskSetting,
@@ -1087,6 +1153,69 @@ const std::vector<EffectRow> kEffects = {
          const SettingValues& settings = call.settings;
          return KXEffectsEmboss(call.Source(), call.destination, &call.rect, settings.Get<float>("angle"),
                                 settings.Get<int32_t>("height"), settings.Get<float>("amount"));
+     }},
+    {"clarity", "local contrast on the luma of an RGB image, chroma kept; alpha is kept", kOneInput,
+     {{"amount", SettingKind::Float, "0.5", "gain on the difference from the blurred luma; 0 copies"},
+      {"radius", SettingKind::Float, "10", "gaussian radius in pixels"}},
+     [](const EffectCall& call) {
+         return KXEffectsClarity(call.Source(), call.destination, &call.rect, call.settings.Get<float>("amount"),
+                                 call.settings.Get<float>("radius"));
+     }},
+    // ---- Sharpening ----
+    {"unsharp-mask", "adds the difference from a gaussian blur, scaled by amount", kOneInput,
+     {kSharpenAmountSetting, kSharpenGaussianRadiusSetting, kSharpenThresholdSetting},
+     [](const EffectCall& call) {
+         return KXEffectsUnsharpMask(call.Source(), call.destination, &call.rect, call.settings.Get<float>("amount"),
+                                     call.settings.Get<float>("radius"), call.settings.Get<float>("threshold"));
+     }},
+    {"unsharp-mask-using-surface-blur", "unsharp mask against an edge-preserving surface blur", kOneInput,
+     {kSharpenAmountSetting, kSharpenBoxRadiusSetting,
+      {"surface-threshold", SettingKind::Float, "0.1", "0..1: how far a sample may be to be blurred with"}},
+     [](const EffectCall& call) {
+         return KXEffectsUnsharpMaskUsingSurfaceBlur(call.Source(), call.destination, &call.rect,
+                                                     call.settings.Get<float>("amount"),
+                                                     call.settings.Get<int32_t>("radius"),
+                                                     call.settings.Get<float>("surface-threshold"));
+     }},
+    {"unsharp-mask-using-box-blur", "unsharp mask against a box blur", kOneInput,
+     {kSharpenAmountSetting, kSharpenBoxRadiusSetting, kSharpenThresholdSetting},
+     UnsharpMaskRow<KXEffectsUnsharpMaskUsingBoxBlur>},
+    {"unsharp-mask-using-triangular-blur", "unsharp mask against a triangular blur", kOneInput,
+     {kSharpenAmountSetting, kSharpenBoxRadiusSetting, kSharpenThresholdSetting},
+     UnsharpMaskRow<KXEffectsUnsharpMaskUsingTriangularBlur>},
+    {"high-pass", "the difference from a gaussian blur around mid-gray", kOneInput,
+     {kSharpenGaussianRadiusSetting},
+     [](const EffectCall& call) {
+         return KXEffectsHighPass(call.Source(), call.destination, &call.rect, call.settings.Get<float>("radius"));
+     }},
+    {"high-pass-and-low-pass", "the high pass, or the gaussian blur it is taken against", kOneInput,
+     {kSharpenGaussianRadiusSetting, {"low-pass", SettingKind::Bool, "false", "write the blur instead"}},
+     HighPassAndLowPassRow},
+    {"sharpen-high-pass", "the high pass against a box blur laid over the image in overlay mode", kOneInput,
+     {kSharpenAmountSetting, kSharpenBoxRadiusSetting},
+     [](const EffectCall& call) {
+         return KXEffectsSharpenHighPass(call.Source(), call.destination, &call.rect,
+                                         call.settings.Get<float>("amount"), call.settings.Get<int32_t>("radius"));
+     }},
+    {"sharpen-high-pass-with-offset", "high-pass sharpening written at the source coordinates minus the offset",
+     kOneInput,
+     {kSharpenAmountSetting, kSharpenBoxRadiusSetting,
+      {"offset", SettingKind::Point, "0,0", "x,y subtracted from the coordinates of the result"}},
+     [](const EffectCall& call) {
+         return KXEffectsSharpenHighPassWithOffset(call.Source(), call.destination, &call.rect,
+                                                   call.settings.Get<float>("amount"),
+                                                   call.settings.Get<int32_t>("radius"),
+                                                   call.settings.Get<KXPoint>("offset"));
+     }},
+    {"sharpen-progressive", "sharpens the luma of RGB (each plane otherwise) at four blur scales", kOneInput,
+     {kSharpenAmountSetting, kSharpenGaussianRadiusSetting,
+      {"fine-reduction", SettingKind::Float, "0", "0..1: weight taken from the finest scale"},
+      kSharpenThresholdSetting},
+     [](const EffectCall& call) {
+         return KXEffectsSharpenProgressive(call.Source(), call.destination, &call.rect,
+                                            call.settings.Get<float>("amount"), call.settings.Get<float>("radius"),
+                                            call.settings.Get<float>("fine-reduction"),
+                                            call.settings.Get<float>("threshold"));
      }},
     // ---- Blurs ----
     {"box-blur", "the mean of the square around each sample; alpha is kept", kOneInput, {kBoxRadiusSetting},

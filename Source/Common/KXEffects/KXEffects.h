@@ -243,6 +243,53 @@ KX_EXPORT int32_t KXEffectsFindEdges(KXImage* source, KXImage* destination, cons
 KX_EXPORT int32_t KXEffectsEmboss(KXImage* source, KXImage* destination, const KXRect* rect, float angle,
                                   int32_t height, float amount);
 
+/* ---- Clarity ---- */
+
+/* RGB only: local contrast on the luma, the difference from a gaussian blur of radius pixels times amount
+   laid over it in overlay fashion, chroma kept. Not above 0 for either copies. Catches: a failure comes
+   back as the status. */
+KX_EXPORT int32_t KXEffectsClarity(KXImage* source, KXImage* destination, const KXRect* rect, float amount,
+                                   float radius);
+
+/* ---- Sharpening ---- */
+
+/* Unsharp mask: s + (s - gaussian blur of radius) x amount (1 adds the full difference, more is usual),
+   clamped; differences within threshold (0..1 of white) leave s, larger ones lose it first, a soft knee.
+   Copies unless amount > 0, radius > 0 and threshold < 1. Source equal to destination is kKXErrBadParam. */
+KX_EXPORT int32_t KXEffectsUnsharpMask(KXImage* source, KXImage* destination, const KXRect* rect, float amount,
+                                       float radius, float threshold);
+/* The same over a surface blur of radius and surfaceThreshold (0..1), no threshold; copies unless all three
+   are above 0. */
+KX_EXPORT int32_t KXEffectsUnsharpMaskUsingSurfaceBlur(KXImage* source, KXImage* destination, const KXRect* rect,
+                                                       float amount, int32_t radius, float surfaceThreshold);
+/* The unsharp mask over a box blur of radius. */
+KX_EXPORT int32_t KXEffectsUnsharpMaskUsingBoxBlur(KXImage* source, KXImage* destination, const KXRect* rect,
+                                                   float amount, int32_t radius, float threshold);
+/* The unsharp mask over a triangular blur of radius. */
+KX_EXPORT int32_t KXEffectsUnsharpMaskUsingTriangularBlur(KXImage* source, KXImage* destination,
+                                                          const KXRect* rect, float amount, int32_t radius,
+                                                          float threshold);
+/* The difference from a gaussian blur of radius around mid-gray: s - b + 128 (32768, 0.5), clamped. Source
+   equal to destination is kKXErrBadParam. Catches: a failure comes back as the status. */
+KX_EXPORT int32_t KXEffectsHighPass(KXImage* source, KXImage* destination, const KXRect* rect, float radius);
+/* The gaussian blur into lowPass and the high pass of it into highPass; lowPass must differ from both.
+   Catches: a failure comes back as the status. */
+KX_EXPORT int32_t KXEffectsHighPassAndLowPass(KXImage* source, KXImage* highPass, KXImage* lowPass,
+                                              const KXRect* rect, float radius);
+/* The high pass against a box blur of radius laid over the image in overlay mode, mixed by amount (0..1 and
+   beyond); copies unless amount > 0 and radius > 0. Source equal to destination is kKXErrBadParam. */
+KX_EXPORT int32_t KXEffectsSharpenHighPass(KXImage* source, KXImage* destination, const KXRect* rect, float amount,
+                                           int32_t radius);
+/* The same, the result of a source pixel written at its coordinates minus offset; a copy goes to its
+   coordinates plus offset. */
+KX_EXPORT int32_t KXEffectsSharpenHighPassWithOffset(KXImage* source, KXImage* destination, const KXRect* rect,
+                                                     float amount, int32_t radius, KXPoint offset);
+/* Sharpens the luma of RGB (each plane of other images) against gaussian blurs at radius x 0.5, 2 and 4;
+   fineReduction 0..1 takes weight from the finest, threshold (0..1 of white) leaves pixels that change
+   less. Copies unless amount > 0 and radius > 0. Catches: a failure comes back as the status. */
+KX_EXPORT int32_t KXEffectsSharpenProgressive(KXImage* source, KXImage* destination, const KXRect* rect,
+                                              float amount, float radius, float fineReduction, float threshold);
+
 /* ---- Colour selection ---- */
 
 /* Selections narrow a one-plane mask of any depth over an RGB source: each mask sample of rect is multiplied by
@@ -428,6 +475,26 @@ KX_EXPORT int32_t KXEffectsPurity(KXImage* source, KXImage* destination, const K
    reference is kept. All three not above 0 copies adjusted. Catches: a failure comes back as the status. */
 KX_EXPORT int32_t KXEffectsProtectColors(KXImage* reference, KXImage* adjusted, KXImage* result, const KXRect* rect,
                                          float shadows, float highlights, float skin, int32_t skinTable);
+
+/* ---- Grain and noise ---- */
+
+/* Adds uniform noise of up to amount x white to each colour plane, clamped to the range (float 0..1);
+   amount 0 or less copies. noiseType 0: a value per sample, 1: one per pixel (both from a generator
+   reseeded by every call), 2: one per pixel from a fixed 256 x 256 tile at the absolute position. Other
+   types are kKXErrUnsupported. Alpha is kept. */
+KX_EXPORT int32_t KXEffectsAddNoise(KXImage* source, KXImage* destination, const KXRect* rect, int32_t noiseType,
+                                    float amount);
+/* Overlays grain at opacity amount 0..1: each grain row is read one byte a column (g = byte / 255, 0.5
+   leaves the picture), the grain placed by its bounds. A null source renders the grain on mid-gray with
+   full alpha. Four-byte destinations are addressed as bytes. A grain smaller than the destination is
+   kKXErrUnsupported; amount 0 or less copies (or fills mid-gray). */
+KX_EXPORT int32_t KXEffectsApplyFilmGrain(KXImage* source, KXImage* destination, const KXRect* rect, KXImage* grain,
+                                          float amount);
+/* The same with a power-of-two grain tile of any depth repeated over the image at its absolute position,
+   magnified by scale (destination pixels per tile pixel, above 0) with bilinear sampling; float images
+   stay float. A null tile behaves as amount 0. */
+KX_EXPORT int32_t KXEffectsApplyFilmGrainTile(KXImage* source, KXImage* destination, const KXRect* rect,
+                                              KXImage* grainTile, float amount, float scale);
 
 /* ---- Tone controls ---- */
 

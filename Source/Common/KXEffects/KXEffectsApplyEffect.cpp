@@ -13,7 +13,16 @@ namespace {
 
 // ---- Margins ----
 
-enum class OutsetRule { Pointwise, OnePixel, Rounded, Gaussian, FastGaussian, TrueGaussian, Emboss };
+enum class OutsetRule {
+    Pointwise,
+    OnePixel,
+    Rounded,
+    Gaussian,
+    FastGaussian,
+    TrueGaussian,
+    ProgressiveGaussian,
+    Emboss
+};
 
 struct OutsetRow {
     KXEffectProc effect;
@@ -40,13 +49,23 @@ const OutsetRow kOutsetRows[] = {
     Outset(KXEffectsSurfaceBlurWithOffset, OutsetRule::Rounded),
     Outset(KXEffectsMedian, OutsetRule::Rounded),
     Outset(KXEffectsDustAndScratch, OutsetRule::Rounded),
+    Outset(KXEffectsUnsharpMaskUsingSurfaceBlur, OutsetRule::Rounded),
+    Outset(KXEffectsUnsharpMaskUsingBoxBlur, OutsetRule::Rounded),
+    Outset(KXEffectsUnsharpMaskUsingTriangularBlur, OutsetRule::Rounded),
+    Outset(KXEffectsSharpenHighPass, OutsetRule::Rounded),
+    Outset(KXEffectsSharpenHighPassWithOffset, OutsetRule::Rounded),
     Outset(KXEffectsGaussianBlur, OutsetRule::Gaussian),
     Outset(KXEffectsGaussianBlurWithAmount, OutsetRule::Gaussian),
     Outset(KXEffectsGaussianBlurWithAmountAndMode, OutsetRule::Gaussian),
+    Outset(KXEffectsUnsharpMask, OutsetRule::Gaussian),
+    Outset(KXEffectsHighPass, OutsetRule::Gaussian),
+    Outset(KXEffectsHighPassAndLowPass, OutsetRule::Gaussian),
+    Outset(KXEffectsClarity, OutsetRule::Gaussian),
     Outset(KXEffectsGaussianBlurFast, OutsetRule::FastGaussian),
     Outset(KXEffectsGaussianBlurFastWithAmount, OutsetRule::FastGaussian),
     Outset(KXEffectsGaussianBlurTrue, OutsetRule::TrueGaussian),
     Outset(KXEffectsGaussianBlurTrueWithAmount, OutsetRule::TrueGaussian),
+    Outset(KXEffectsSharpenProgressive, OutsetRule::ProgressiveGaussian),
     Outset(KXEffectsEmboss, OutsetRule::Emboss),
     Outset(KXEffectsMultiplyValues, OutsetRule::Pointwise),
     Outset(KXEffectsMixImages, OutsetRule::Pointwise),
@@ -82,6 +101,9 @@ const OutsetRow kOutsetRows[] = {
     Outset(KXEffectsBrightnessMidtoneContrast, OutsetRule::Pointwise),
     Outset(KXEffectsBrightnessMidtoneContrastWithMask, OutsetRule::Pointwise),
     Outset(KXEffectsSolarize, OutsetRule::Pointwise),
+    Outset(KXEffectsAddNoise, OutsetRule::Pointwise),
+    Outset(KXEffectsApplyFilmGrain, OutsetRule::Pointwise),
+    Outset(KXEffectsApplyFilmGrainTile, OutsetRule::Pointwise),
     Outset(KXEffectsFillColor, OutsetRule::Pointwise),
     Outset(KXEffectsBlendImages, OutsetRule::Pointwise),
     Outset(KXEffectsBlendImagesWithOpacitiesAndMasks, OutsetRule::Pointwise),
@@ -113,6 +135,9 @@ int32_t OutsetByRule(OutsetRule rule, float value)
     }
     case OutsetRule::TrueGaussian:
         return TrueGaussianHalfWidth(value);
+    case OutsetRule::ProgressiveGaussian:
+        // The coarsest of its four scales.
+        return GaussianBlurOutset(4.0f * value);
     case OutsetRule::Emboss:
         return 1 - TruncateToInt32(-0.5f * value);
     }

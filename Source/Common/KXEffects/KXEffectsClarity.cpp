@@ -1,0 +1,72 @@
+// Clarity: local contrast on luminance alone. The difference between each pixel's luma and a blur of the
+// luma is laid over the luma in overlay fashion, so midtones gain most and chroma stays.
+#include "KXEffectsDispatch.h"
+#include "KXEffectsGaussianBlur.h"
+#include "KXEffectsRowLoop.h"
+
+namespace {
+
+constexpr const char* kSourceFile = "Source/Common/KXEffects/KXEffectsClarity";
+
+// d = (Y - l) amount + 0.5 overlaid on Y, with Y = 0.587 G + 0.299 R + 0.114 B, then back from YCbCr with
+// the pixel's own chroma; each plane limited to 0..1. d itself is not limited.
+inline void ClarityPixel(float* rgb, float blurredLuma, float amount)
+{
+    const float red = rgb[0], green = rgb[1], blue = rgb[2];
+    const float y = 0.587f * green + 0.299f * red + 0.114f * blue;
+    const float cb = 0.5f * blue - (0.168736f * red + 0.331264f * green) + 0.5f;
+    const float cr = 0.5f * red - 0.418688f * green - 0.081312f * blue + 0.5f;
+    const float d = (y - blurredLuma) * amount + 0.5f;
+    const float shaped = y < 0.5f ? 2.0f * d * y : 2.0f * (y + d - y * d) - 1.0f;
+    const float c = cb - 0.5f, e = cr - 0.5f;
+    rgb[0] = shaped + 1.402f * e;
+    rgb[1] = shaped - 0.344136f * c - 0.714136f * e;
+    rgb[2] = shaped + 1.772f * c;
+    for (int32_t plane = 0; plane < 3; ++plane)
+        rgb[plane] = rgb[plane] < 0.0f ? 0.0f : (rgb[plane] > 1.0f ? 1.0f : rgb[plane]);
+}
+
+// The blurred luma comes in beside each row, a plane of the source's own sample type.
+template <class Sample>
+void ClarityKernel(KXImage* source, KXImage* luma, KXImage* destination, const CEffectRect& rect, float amount)
+{
+    ForEachRowWithMaskView<Sample>(
+        source, destination, luma, rect,
+        [amount](const Sample* in, Sample* out, const void* lumaRow, int32_t width, const PixelLayout& layout) {
+            const auto* blurred = static_cast<const Sample*>(lumaRow);
+            for (int32_t x = 0; x < width; ++x) {
+                const ptrdiff_t at = ptrdiff_t(x) * layout.planes;
+                float rgb[3] = {ToUnit(in[at]), ToUnit(in[at + 1]), ToUnit(in[at + 2])};
+                ClarityPixel(rgb, ToUnit(blurred[x]), amount);
+                for (int32_t c = 0; c < 3; ++c)
+                    out[at + c] = FromUnit<Sample>(rgb[c]);
+            }
+        });
+}
+
+} // namespace
+
+int32_t KXEffectsClarity(KXImage* source, KXImage* destination, const KXRect* rect, float amount, float radius)
+{
+    if (!source || !destination || !rect)
+        return kKXErrBadParam;
+    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
+    if (!(amount > 0.0f) || !(radius > 0.0f))
+        return KXEffectsCopyRect(source, destination, effectRect, KXPointMake(0, 0));
+    return KXEffectsCatchStatus(kSourceFile, __LINE__, [&] {
+        const KXRect grown = KXRectOutset(rect, GaussianBlurOutset(radius));
+        if (KXImageGetColorSpaceType(source) != KXColorSpaceRGB)
+            KX_RAISE(kKXErrUnsupported);
+        CImageRef luma;
+        KX_THROW_IF_ERROR(KXEffectsCreateLuminosityImage(source, luma.Out(), &grown, 0));
+        const uint32_t normal = FourCharCode("norm");
+        KX_THROW_IF_ERROR(radius < 10.0f
+                              ? KXEffectsGaussianBlurTrueWithAmountAndMode(luma, luma, rect, radius, 1.0f, normal)
+                              : KXEffectsGaussianBlurFastWithAmountAndMode(luma, luma, rect, radius, 1.0f, normal));
+        KX_THROW_IF_ERROR(DispatchPlaneBytes(KXImageGetPlaneBytes(source), [&](auto tag) {
+            ClarityKernel<typename decltype(tag)::Type>(source, luma, destination, effectRect, amount);
+            return int32_t(kKXNoErr);
+        }));
+        return int32_t(kKXNoErr);
+    });
+}

@@ -1,0 +1,59 @@
+// High pass: the difference between the image and its gaussian blur, centred on mid-gray; with the low pass
+// kept beside it when asked.
+#include "KXEffectsGaussianBlur.h"
+#include "KXEffectsSharpening.h"
+
+#include <algorithm>
+
+namespace
+{
+
+constexpr const char* kSourceFile = "Source/Common/KXEffects/KXEffectsHighPass";
+
+// ---- Formulas ----
+
+// clamp(s - b + middle, 0, white), middle 128, 32768 or 0.5.
+template <class Sample> inline Sample HighPassSample(Sample s, Sample b)
+{
+    if constexpr (kIsFloatSample<Sample>) {
+        return std::clamp(s - b + 0.5f, 0.0f, 1.0f);
+    } else {
+        constexpr int32_t middle = (int32_t(kWhiteSample<Sample>) + 1) / 2;
+        return Sample(std::clamp(int32_t(s) - int32_t(b) + middle, 0, int32_t(kWhiteSample<Sample>)));
+    }
+}
+
+// ---- Dispatch ----
+
+// The gaussian blur of source into lowPass, then source minus it into highPass; lowPass may be highPass.
+int32_t SplitByBlur(KXImage* source, KXImage* highPass, KXImage* lowPass, const KXRect* rect, float radius)
+{
+    return KXEffectsCatchStatus(kSourceFile, __LINE__, [&] {
+        KX_THROW_IF_ERROR(
+            KXEffectsGaussianBlurWithAmountAndMode(source, lowPass, rect, radius, 1.0f, FourCharCode("norm")));
+        const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
+        return DispatchPlaneBytes(
+            KXImageGetPlaneBytes(source),
+            CombineAtDepth(source, lowPass, highPass, effectRect, KXPointMake(0, 0),
+                           [](auto tag) { return HighPassSample<typename decltype(tag)::Type>; }));
+    });
+}
+
+} // namespace
+
+// ---- Entry points ----
+
+int32_t KXEffectsHighPass(KXImage* source, KXImage* destination, const KXRect* rect, float radius)
+{
+    if (!source || !destination || !rect || source == destination)
+        return kKXErrBadParam;
+    return SplitByBlur(source, destination, destination, rect, radius);
+}
+
+int32_t KXEffectsHighPassAndLowPass(KXImage* source, KXImage* highPass, KXImage* lowPass, const KXRect* rect,
+                                    float radius)
+{
+    if (!source || !highPass || !lowPass || !rect || lowPass == source || lowPass == highPass)
+        return kKXErrBadParam;
+    return SplitByBlur(source, highPass, lowPass, rect, radius);
+}
