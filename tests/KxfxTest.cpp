@@ -592,6 +592,15 @@ TEST(KxfxTool, ColourAndToneRowsMatchTheLibrary)
          [](auto s, auto d, auto r) { return KXEffectsColorize(s, d, r, 0.6f, 0.4f, -0.2f); }},
         {"channel-mixer --red-green 0.5 --green-blue -0.3",
          [](auto s, auto d, auto r) { return KXEffectsChannelMixer(s, d, r, 1, 0.5f, 0, 0, 1, -0.3f); }},
+        {"shadows-highlights --radius 3 --shadows 0.6 --highlights 0.3",
+         [](auto s, auto d, auto r) { return KXEffectsShadowsAndHilites(s, d, r, 3.0f, 0.6f, 0.3f); }},
+        {"adjust-shadows --strength 0.5 --threshold 0.4",
+         [](auto s, auto d, auto r) { return KXEffectsAdjustShadows(s, d, r, 0.5f, 0.4f); }},
+        {"adjust-tone --black 0.1,0,0.05 --white 0.9,1,1 --brightness 0.2",
+         [](auto s, auto d, auto r) {
+             const float black[3] = {0.1f, 0.0f, 0.05f}, white[3] = {0.9f, 1.0f, 1.0f};
+             return KXEffectsAdjustTone(s, d, r, black, white, 0.2f, 0.0f, nullptr, nullptr);
+         }},
         {"clarity --amount 0.8 --radius 4",
          [](auto s, auto d, auto r) { return KXEffectsClarity(s, d, r, 0.8f, 4.0f); }},
         {"purity --shadows 0.3 --highlights 0.1",

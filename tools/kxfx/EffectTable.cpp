@@ -509,6 +509,29 @@ const SettingSpec kToneMaskSetting = {"mask", SettingKind::Image, "",
 const SettingSpec kSignedMaskSetting = {"mask", SettingKind::Image, "",
                                         "gray image of one plane: below mid-gray darkens, above lightens"};
 
+// ---- Shadows and local tone ----
+
+int32_t AdjustTone(const EffectCall& call)
+{
+    const SettingValues& settings = call.settings;
+    const Colour black = settings.Get<Colour>("black"), white = settings.Get<Colour>("white");
+    const float blacks[] = {black.red, black.green, black.blue}, whites[] = {white.red, white.green, white.blue};
+    const bool curved = !settings.Get<std::vector<float>>("curve").empty();
+    const std::vector<float> curves = curved ? CurveTable(call, "curve") : std::vector<float>();
+    return KXEffectsAdjustTone(call.Source(), call.destination, &call.rect, blacks, whites,
+                               settings.Get<float>("brightness"), settings.Get<float>("midtone-contrast"),
+                               curved ? curves.data() : nullptr, nullptr);
+}
+
+int32_t ContrastMask(const EffectCall& call)
+{
+    const SettingValues& settings = call.settings;
+    return KXEffectsApplyContrastMask(call.Source(), call.destination, &call.rect, settings.Get<float>("radius"),
+                                      settings.Get<float>("dark-amount"), settings.Get<float>("low-band"),
+                                      settings.Get<float>("low-feather"), settings.Get<float>("light-amount"),
+                                      settings.Get<float>("high-band"), settings.Get<float>("high-feather"));
+}
+
 // ---- Tiles and masked application ----
 
 // Six numbers, one a hue zone: red, yellow, green, cyan, blue, magenta.
@@ -792,6 +815,40 @@ const std::vector<EffectRow> kEffects = {
       {"colour2", SettingKind::Colour, "0.2,0.6,1", "r,g,b in 0..1, for kinds 2 and 4"},
       {"opacity2", SettingKind::Float, "0", "0..1, of colour2"}},
      PhotoFilter},
+    // ---- Shadows and local tone ----
+    {"shadows-highlights", "lifts dark neighbourhoods and holds back bright ones of an RGB image", kOneInput,
+     {{"radius", SettingKind::Float, "20", "gaussian radius of the neighbourhood in pixels"},
+      {"shadows", SettingKind::Float, "0", "0..1"},
+      {"highlights", SettingKind::Float, "0", "0..1"}},
+     [](const EffectCall& call) {
+         const SettingValues& settings = call.settings;
+         return KXEffectsShadowsAndHilites(call.Source(), call.destination, &call.rect, settings.Get<float>("radius"),
+                                           settings.Get<float>("shadows"), settings.Get<float>("highlights"));
+     }},
+    {"contrast-mask", "mixes in the overlay of the inverted blurred luma outside a protected band; RGB only",
+     kOneInput,
+     {{"radius", SettingKind::Float, "20", "gaussian radius in pixels"},
+      {"dark-amount", SettingKind::Float, "0", "0..1 below the band"},
+      {"low-band", SettingKind::Float, "0.25", "luma where the band starts"},
+      {"low-feather", SettingKind::Float, "1", "softness of the band's start"},
+      {"light-amount", SettingKind::Float, "0", "0..1 above the band"},
+      {"high-band", SettingKind::Float, "0.75", "luma where the band ends"},
+      {"high-feather", SettingKind::Float, "1", "softness of the band's end"}},
+     ContrastMask},
+    {"adjust-shadows", "reshapes the tones below a threshold; above it nothing moves", kOneInput,
+     {{"strength", SettingKind::Float, "0", "-1..1: slope at black; 0 copies"},
+      {"threshold", SettingKind::Float, "0.5", "0..1: where the knee meets the line"}},
+     [](const EffectCall& call) {
+         return KXEffectsAdjustShadows(call.Source(), call.destination, &call.rect,
+                                       call.settings.Get<float>("strength"), call.settings.Get<float>("threshold"));
+     }},
+    {"adjust-tone", "black and white points, brightness, midtone contrast and a curve as one table", kOneInput,
+     {{"black", SettingKind::Colour, "0,0,0", "black point of each plane, 0..1"},
+      {"white", SettingKind::Colour, "1,1,1", "white point of each plane, 0..1"},
+      kToneBrightnessSetting,
+      {"midtone-contrast", SettingKind::Float, "0", "-1..1"},
+      {"curve", SettingKind::Curve, "", "a curve run first, as in the curves effect"}},
+     AdjustTone},
     // ---- Tiles and masked application ----
     {"apply-effect-with-mask",
      "mixes EFFECT, made from SOURCE, back over it: weight amount / 2, moved by the mask's distance from mid-gray",

@@ -496,6 +496,28 @@ KX_EXPORT int32_t KXEffectsApplyFilmGrain(KXImage* source, KXImage* destination,
 KX_EXPORT int32_t KXEffectsApplyFilmGrainTile(KXImage* source, KXImage* destination, const KXRect* rect,
                                               KXImage* grainTile, float amount, float scale);
 
+/* ---- Shadows and local tone ---- */
+
+/* RGB only: in dark neighbourhoods (the gaussian-blurred luma at radius) shadows (0..1) lifts each channel
+   onto a power curve, in bright ones highlights (0..1) holds it back; both 0 copies. */
+KX_EXPORT int32_t KXEffectsShadowsAndHilites(KXImage* source, KXImage* destination, const KXRect* rect,
+                                             float radius, float shadows, float highlights);
+/* RGB only: outside a protected band of luma (lowBand..highBand, soft by the feathers) the overlay of the
+   inverted blurred luma is mixed in at darkAmount below the band and lightAmount above; both not above 0
+   copies. */
+KX_EXPORT int32_t KXEffectsApplyContrastMask(KXImage* source, KXImage* destination, const KXRect* rect,
+                                             float radius, float darkAmount, float lowBand, float lowFeather,
+                                             float lightAmount, float highBand, float highFeather);
+/* Below threshold (0..1) each colour sample follows a cubic of slope 1 + strength at black (1 / (1 - s) for
+   negative strength) that meets the line at threshold; above it nothing moves. 0 strength copies. */
+KX_EXPORT int32_t KXEffectsAdjustShadows(KXImage* source, KXImage* destination, const KXRect* rect, float strength,
+                                         float threshold);
+/* Black and white points (a value per colour plane), brightness and midtone contrast, then the optional
+   curve tables, joined into one table and applied once. Catches: a failure comes back as the status. */
+KX_EXPORT int32_t KXEffectsAdjustTone(KXImage* source, KXImage* destination, const KXRect* rect, const float* black,
+                                      const float* white, float brightness, float midtoneContrast,
+                                      const float* firstCurves, const float* secondCurves);
+
 /* ---- Tone controls ---- */
 
 /* Brightness and contrast (-1..1, 0 neutral) on each colour plane; the table forms write the same response

@@ -1,0 +1,192 @@
+// Tone work beyond one curve: shadows and highlights and the contrast mask steer each pixel by the blurred
+// luma around it; the shadow knee reshapes the range below a threshold; the tone chain folds the global
+// controls into one curve table.
+#include "KXEffectsColorMath.h"
+#include "KXEffectsColorSelection.h"
+#include "KXEffectsDispatch.h"
+#include "KXEffectsGaussianBlur.h"
+#include "KXEffectsRowLoop.h"
+#include "KXEffectsToneCurves.h"
+
+#include <cmath>
+#include <vector>
+
+namespace {
+
+constexpr const char* kSourceFile = "Source/Common/KXEffects/KXEffectsLocalTone";
+
+// ---- Blurred luma ----
+
+// The luma of the rectangle grown by the blur's reach (within the image), at the source's depth, blurred
+// in place: the exact gaussian below radius 10, the fast one from there on. Throws on failure.
+void BlurredLuma(KXImage* source, const KXRect& rect, float radius, CImageRef& luma)
+{
+    const KXRect grown = KXRectOutset(&rect, GaussianBlurOutset(radius));
+    const KXRect bounds = KXImageGetBounds(source);
+    const KXRect clipped = KXRectIntersect(&grown, &bounds);
+    KX_THROW_IF_ERROR(KXEffectsCreateLuminosityImage(source, luma.Out(), &clipped, 0));
+    const uint32_t normal = FourCharCode("norm");
+    KX_THROW_IF_ERROR(radius < 10.0f ? KXEffectsGaussianBlurTrueWithAmountAndMode(luma, luma, &rect, radius, 1.0f, normal)
+                                     : KXEffectsGaussianBlurFastWithAmountAndMode(luma, luma, &rect, radius, 1.0f, normal));
+}
+
+// pixel(rgb, m) on the colour in 0..1 with m the blurred luma at the pixel; the planes stored clamped.
+template <class PixelFn>
+int32_t WithBlurredLuma(KXImage* source, KXImage* destination, const KXRect* rect, float radius, PixelFn&& pixel)
+{
+    if (KXImageGetColorSpaceType(source) != KXColorSpaceRGB)
+        return kKXErrUnsupported;
+    const int32_t planeBytes = KXImageGetPlaneBytes(source);
+    if (planeBytes != 1 && planeBytes != 2 && planeBytes != 4)
+        return kKXErrUnsupported;
+    CImageRef luma;
+    BlurredLuma(source, *rect, radius, luma);
+    return DispatchPlaneBytes(planeBytes, [&](auto tag) {
+        using Sample = typename decltype(tag)::Type;
+        ForEachRowWithMaskView<Sample>(
+            source, destination, luma, CEffectRect::FromKXRect(*rect),
+            [&](const Sample* in, Sample* out, const void* lumaRow, int32_t width, const PixelLayout& layout) {
+                const auto* blurred = static_cast<const Sample*>(lumaRow);
+                for (int32_t x = 0; x < width; ++x) {
+                    const ptrdiff_t at = ptrdiff_t(x) * layout.planes;
+                    float rgb[3] = {ToUnit(in[at]), ToUnit(in[at + 1]), ToUnit(in[at + 2])};
+                    pixel(rgb, ToUnit(blurred[x]));
+                    for (int32_t c = 0; c < 3; ++c)
+                        out[at + c] = FromUnit<Sample>(rgb[c]);
+                }
+            });
+        return int32_t(kKXNoErr);
+    });
+}
+
+// ---- Formulas ----
+
+// A dark neighbourhood pulls each channel onto 1 - (1 - c)^2.5, a bright one onto c^2.5; weights m^3 and
+// (1 - m)^3 of the blurred luma m.
+inline void ShadowsAndHilitesPixel(float* rgb, float m, float shadows, float highlights)
+{
+    const float lightWeight = std::pow(m, 3.0f) * highlights;
+    const float darkWeight = std::pow(1.0f - m, 3.0f) * shadows;
+    const float keep = 1.0f - darkWeight - lightWeight;
+    for (int32_t c = 0; c < 3; ++c) {
+        const float s = rgb[c];
+        rgb[c] = Clamp01((1.0f - std::pow(1.0f - s, 2.5f)) * darkWeight + std::pow(s, 2.5f) * lightWeight + keep * s);
+    }
+}
+
+struct ContrastMaskSettings {
+    float darkAmount, lightAmount;
+    float a, b, c, d;
+};
+
+// Outside the protected band of the pixel's own luma, the overlay of the inverted blurred luma is mixed in.
+inline void ContrastMaskPixel(float* rgb, float m, const ContrastMaskSettings& settings)
+{
+    const float y = Luma(rgb);
+    const float amount = y <= settings.b ? settings.darkAmount : settings.lightAmount;
+    const float mix = (1.0f - RangeWeight(y, settings.a, settings.b, settings.c, settings.d)) * amount;
+    const float inverse = 1.0f - m;
+    for (int32_t c = 0; c < 3; ++c) {
+        const float s = rgb[c];
+        const float o = s >= 0.5f ? (s * m + inverse) * 2.0f - 1.0f : s * 2.0f * inverse;
+        rgb[c] = s * (1.0f - mix) + o * mix;
+    }
+}
+
+// Below the threshold t a cubic of slope k at 0 that meets the line at t; above it nothing moves.
+inline float ShadowKnee(float x, float k, float threshold)
+{
+    if (x >= threshold)
+        return x;
+    return ((x * ((k - 1.0f) / (threshold * threshold)) + (1.0f - k) * 2.0f / threshold) * x + k) * x;
+}
+
+} // namespace
+
+// ---- Entry points ----
+
+int32_t KXEffectsShadowsAndHilites(KXImage* source, KXImage* destination, const KXRect* rect, float radius,
+                                   float shadows, float highlights)
+{
+    if (!source || !destination || !rect)
+        return kKXErrBadParam;
+    if (shadows == 0.0f && highlights == 0.0f)
+        return KXEffectsCopyRect(source, destination, CEffectRect::FromKXRect(*rect), KXPointMake(0, 0));
+    return WithBlurredLuma(source, destination, rect, radius,
+                           [=](float* rgb, float m) { ShadowsAndHilitesPixel(rgb, m, shadows, highlights); });
+}
+
+int32_t KXEffectsApplyContrastMask(KXImage* source, KXImage* destination, const KXRect* rect, float radius,
+                                   float darkAmount, float lowBand, float lowFeather, float lightAmount,
+                                   float highBand, float highFeather)
+{
+    if (!source || !destination || !rect)
+        return kKXErrBadParam;
+    if (!(darkAmount > 0.0f) && !(lightAmount > 0.0f))
+        return KXEffectsCopyRect(source, destination, CEffectRect::FromKXRect(*rect), KXPointMake(0, 0));
+    const ContrastMaskSettings settings{darkAmount,
+                                        lightAmount,
+                                        lowBand - lowFeather * 0.075f,
+                                        lowBand + lowFeather * 0.075f,
+                                        highBand - highFeather * 0.075f,
+                                        highBand + highFeather * 0.075f};
+    return WithBlurredLuma(source, destination, rect, radius,
+                           [&](float* rgb, float m) { ContrastMaskPixel(rgb, m, settings); });
+}
+
+int32_t KXEffectsAdjustShadows(KXImage* source, KXImage* destination, const KXRect* rect, float strength,
+                               float threshold)
+{
+    if (!source || !destination || !rect)
+        return kKXErrBadParam;
+    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
+    if (strength == 0.0f || !(threshold > 0.0f))
+        return KXEffectsCopyRect(source, destination, effectRect, KXPointMake(0, 0));
+    const float k = strength < 0.0f ? 1.0f / (1.0f - strength) : strength + 1.0f;
+    return DispatchImageDepth(source, [&](auto tag) {
+        using Sample = typename decltype(tag)::Type;
+        ForEachPixel<Sample>(source, destination, effectRect, [&](const Sample* in, Sample* out, auto colourPlanes) {
+            for (int32_t c = 0; c < colourPlanes; ++c)
+                out[c] = FromUnit<Sample>(ShadowKnee(ToUnit(in[c]), k, threshold));
+        });
+        return int32_t(kKXNoErr);
+    });
+}
+
+int32_t KXEffectsAdjustTone(KXImage* source, KXImage* destination, const KXRect* rect, const float* black,
+                            const float* white, float brightness, float midtoneContrast, const float* firstCurves,
+                            const float* secondCurves)
+{
+    if (!source || !destination || !rect || !black || !white)
+        return kKXErrBadParam;
+    return KXEffectsCatchStatus(kSourceFile, __LINE__, [&] {
+        const int32_t numChannels = KXImageGetNumPlanes(source) - KXImageGetTransparency(source);
+        const size_t entries = size_t(std::max(numChannels, 1)) * kCurveEntries;
+        // Three tables in rotation: the current one, the next stage, and the result of joining them.
+        std::vector<float> tables[3] = {std::vector<float>(entries), std::vector<float>(entries),
+                                        std::vector<float>(entries)};
+        int32_t current = 0;
+        const auto join = [&](const float* first, const float* second) {
+            const int32_t result = (current + 2) % 3;
+            KX_THROW_IF_ERROR(KXEffectsConcatCurves(numChannels, first, second, tables[result].data()));
+            current = result;
+        };
+        KX_THROW_IF_ERROR(KXEffectsBlackAndWhitePointsMakeCurves(numChannels, tables[0].data(), black, white));
+        float* next = nullptr;
+        if (brightness != 0.0f) {
+            next = tables[(current + 1) % 3].data();
+            KX_THROW_IF_ERROR(KXEffectsBrightnessContrastMakeCurves(numChannels, next, brightness, 0.0f));
+            join(tables[current].data(), next);
+        }
+        if (midtoneContrast != 0.0f) {
+            next = tables[(current + 1) % 3].data();
+            KX_THROW_IF_ERROR(KXEffectsMidtoneContrastMakeCurves(numChannels, next, midtoneContrast));
+            join(tables[current].data(), next);
+        }
+        // The caller's curves run first on the data.
+        for (const float* curves : {firstCurves, secondCurves})
+            if (curves)
+                join(curves, tables[current].data());
+        return KXEffectsApplyCurvesWithAmount(source, destination, rect, tables[current].data(), 1.0f);
+    });
+}
