@@ -58,11 +58,7 @@ int32_t KXEffectsClarity(KXImage* source, KXImage* destination, const KXRect* re
         if (KXImageGetColorSpaceType(source) != KXColorSpaceRGB)
             KX_RAISE(kKXErrUnsupported);
         CImageRef luma;
-        KX_THROW_IF_ERROR(KXEffectsCreateLuminosityImage(source, luma.Out(), &grown, 0));
-        const uint32_t normal = FourCharCode("norm");
-        KX_THROW_IF_ERROR(radius < 10.0f
-                              ? KXEffectsGaussianBlurTrueWithAmountAndMode(luma, luma, rect, radius, 1.0f, normal)
-                              : KXEffectsGaussianBlurFastWithAmountAndMode(luma, luma, rect, radius, 1.0f, normal));
+        BlurredLuminosity(source, grown, *rect, radius, luma, kSourceFile);
         KX_THROW_IF_ERROR(DispatchPlaneBytes(KXImageGetPlaneBytes(source), [&](auto tag) {
             ClarityKernel<typename decltype(tag)::Type>(source, luma, destination, effectRect, amount);
             return int32_t(kKXNoErr);

@@ -180,6 +180,17 @@ void TrueBlurKernel(KXImage* source, KXImage* destination, const CEffectRect& re
 
 // ---- Entry points ----
 
+void BlurredLuminosity(KXImage* source, const KXRect& grown, const KXRect& rect, float radius, CImageRef& luma,
+                       const char* file)
+{
+    KXEffectsThrowIfError(KXEffectsCreateLuminosityImage(source, luma.Out(), &grown, 0), file, __LINE__);
+    const uint32_t normal = FourCharCode("norm");
+    KXEffectsThrowIfError(radius < 10.0f
+                              ? KXEffectsGaussianBlurTrueWithAmountAndMode(luma, luma, &rect, radius, 1.0f, normal)
+                              : KXEffectsGaussianBlurFastWithAmountAndMode(luma, luma, &rect, radius, 1.0f, normal),
+                          file, __LINE__);
+}
+
 int32_t KXEffectsGaussianBlur(KXImage* source, KXImage* destination, const KXRect* rect, float radius)
 {
     return KXEffectsGaussianBlurWithAmountAndMode(source, destination, rect, radius, 1.0f, FourCharCode("norm"));

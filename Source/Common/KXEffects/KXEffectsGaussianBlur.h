@@ -123,3 +123,8 @@ template <class Mode, class Sample> inline Sample MixBlurBlend(float base, float
 // The unblurred sample in 0..1 by the constants 0.003921569 and 1.5259022e-5, which are 1/255 and 1/65535.
 static_assert(SampleTraits<uint8_t>::kReciprocal == 0.003921569f);
 static_assert(SampleTraits<uint16_t>::kReciprocal == 1.5259022e-5f);
+
+// The luma of grown (one plane at the source's depth) blurred in place over rect: the exact gaussian below
+// radius 10, the fast one from there on. A failing status is logged under the caller's file and thrown.
+void BlurredLuminosity(KXImage* source, const KXRect& grown, const KXRect& rect, float radius, CImageRef& luma,
+                       const char* file);

@@ -17,17 +17,13 @@ constexpr const char* kSourceFile = "Source/Common/KXEffects/KXEffectsLocalTone"
 
 // ---- Blurred luma ----
 
-// The luma of the rectangle grown by the blur's reach (within the image), at the source's depth, blurred
-// in place: the exact gaussian below radius 10, the fast one from there on. Throws on failure.
+// The blurred luma of the rectangle grown by the blur's reach, within the image. Throws on failure.
 void BlurredLuma(KXImage* source, const KXRect& rect, float radius, CImageRef& luma)
 {
     const KXRect grown = KXRectOutset(&rect, GaussianBlurOutset(radius));
     const KXRect bounds = KXImageGetBounds(source);
     const KXRect clipped = KXRectIntersect(&grown, &bounds);
-    KX_THROW_IF_ERROR(KXEffectsCreateLuminosityImage(source, luma.Out(), &clipped, 0));
-    const uint32_t normal = FourCharCode("norm");
-    KX_THROW_IF_ERROR(radius < 10.0f ? KXEffectsGaussianBlurTrueWithAmountAndMode(luma, luma, &rect, radius, 1.0f, normal)
-                                     : KXEffectsGaussianBlurFastWithAmountAndMode(luma, luma, &rect, radius, 1.0f, normal));
+    BlurredLuminosity(source, clipped, rect, radius, luma, kSourceFile);
 }
 
 // pixel(rgb, m) on the colour in 0..1 with m the blurred luma at the pixel; the planes stored clamped.
