@@ -1,5 +1,6 @@
 // The kxfx tool: files in and out at every depth through the built executable, one-line failures, and
 // its parts (setting kinds, image files, progress bar, library statuses) driven directly.
+#include "EffectRunner.h"
 #include "ImageFile.h"
 #include "KXEffects.h"
 #include "Progress.h"
@@ -56,9 +57,9 @@ void WriteExact(const std::string& path, const cv::Mat& mat)
     ASSERT_TRUE(cv::imwrite(path, mat, {cv::IMWRITE_TIFF_COMPRESSION, 5}));
 }
 
-cv::Mat RandomMat(int type, uint64_t seed, double low, double high)
+cv::Mat RandomMat(int type, uint64_t seed, double low, double high, cv::Size size = {9, 13})
 {
-    cv::Mat mat(13, 9, type);
+    cv::Mat mat(size, type);
     cv::RNG generator(seed);
     generator.fill(mat, cv::RNG::UNIFORM, low, high);
     return mat;
@@ -142,7 +143,7 @@ TEST(KxfxTool, CopyKeepsEverySampleAndAlpha)
         const std::string output = TempPath("copy_out.png");
         const cv::Mat source = RandomMat(type, uint64_t(type), 0.0, type == CV_8UC4 ? 256.0 : 65536.0);
         ASSERT_TRUE(cv::imwrite(input, source));
-        const Outcome outcome = RunKxfx("copy " + input + " " + output);
+        const Outcome outcome = RunKxfx("copy-image " + input + " " + output);
         ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
         ExpectSameMat(source, cv::imread(output, cv::IMREAD_UNCHANGED));
     }
@@ -181,6 +182,9 @@ TEST(KxfxTool, BadInputFailsWithOneLineAndNoOutput)
         "",
         "no-such-effect " + input + " " + output,
         "invert " + input + " " + output + " --amount 2",
+        "add-noise " + input + " " + output + " --noise-type 7",
+        "apply-curves " + input + " " + output + " --curves '0,0;1'",
+        "blend-images " + input + " " + output,
         "invert " + TempPath("missing.png") + " " + output,
         "invert " + notImage + " " + output,
         "invert " + input + " " + output + " --rect",
@@ -189,9 +193,6 @@ TEST(KxfxTool, BadInputFailsWithOneLineAndNoOutput)
         "invert " + input,
         "invert " + input + " " + TempPath("never.bmp"),
         "invert " + input + " " + TempPath("no_such_dir/never.png"),
-        "curves " + input + " " + output + " --curve ''",
-        "curves " + input + " " + output + " --then '0,0;1'",
-        "blend-plain " + input + " " + output,
         "color",
         "color 1,0.5",
         "color 1,0.5,x",
@@ -214,7 +215,7 @@ TEST(KxfxTool, HelpAndListDescribeTheEffects)
     const std::pair<const char*, const char*> cases[] = {{"--help", "usage: kxfx EFFECT"},
                                                          {"help", "usage: kxfx EFFECT"},
                                                          {"help invert", "usage: kxfx invert INPUT OUTPUT"},
-                                                         {"list", "\ncopy "}};
+                                                         {"list", "\ncopy-image "}};
     for (const auto& [arguments, text] : cases) {
         SCOPED_TRACE(arguments);
         const Outcome outcome = RunKxfx(arguments);
@@ -259,8 +260,8 @@ TEST(KxfxTool, ColorPrintsEveryModelAndTheHueComponents)
     }
 }
 
-// Curve files of another count than 256 are one channel brought to 256 entries; --then runs after --curve.
-TEST(KxfxTool, CurvesResampleFilesAndChainASecondCurve)
+// Curve files of another count than 256 are one channel brought to 256 entries; a table file is used as it is.
+TEST(KxfxTool, CurvesResampleFiles)
 {
     const std::string identity = TempPath("curve_identity.txt");
     const std::string reversed = TempPath("curve_reversed.txt");
@@ -273,46 +274,19 @@ TEST(KxfxTool, CurvesResampleFilesAndChainASecondCurve)
             file << float(255 - i) / 255.0f << "\n";
     }
     const std::pair<std::string, bool> cases[] = {
-        {"--curve " + identity, false},
-        {"--curve " + reversed, true},
-        {"--curve " + table, true},
-        {"--curve " + identity + " --then '0,1;1,0'", true},
-        {"--curve '0,1;1,0' --then " + reversed, false},
-        {"--curve " + table + " --then " + table, false},
-    };
+        {identity, false}, {reversed, true}, {table, true}, {"'0,1;1,0'", true}};
     const std::string input = TempPath("curve_in.png");
     const std::string output = TempPath("curve_out.png");
     for (int type : {CV_8UC1, CV_8UC4}) {
         const cv::Mat source = RandomMat(type, uint64_t(type) + 40, 0.0, 256.0);
         ASSERT_TRUE(cv::imwrite(input, source));
         const cv::Mat inverted = Inverted(source, 255.0);
-        for (const char* row : {"curves", "curves-with-amount"}) {
-            for (const auto& [settings, inverts] : cases) {
-                SCOPED_TRACE(std::string(row) + " " + settings + " type " + std::to_string(type));
-                const Outcome outcome = RunKxfx(std::string(row) + " " + input + " " + output + " " + settings);
-                ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
-                ExpectSameMat(inverts ? inverted : source, cv::imread(output, cv::IMREAD_UNCHANGED));
-            }
+        for (const auto& [curve, inverts] : cases) {
+            SCOPED_TRACE(curve + " type " + std::to_string(type));
+            const Outcome outcome = RunKxfx("apply-curves " + input + " " + output + " --curves " + curve);
+            ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
+            ExpectSameMat(inverts ? inverted : source, cv::imread(output, cv::IMREAD_UNCHANGED));
         }
-    }
-}
-
-// blend-plain is blend at full opacity without a mask, whole-pixel modes included.
-TEST(KxfxTool, BlendPlainMatchesBlendAtFullOpacity)
-{
-    const std::string upper = TempPath("plain_upper.png");
-    const std::string lower = TempPath("plain_lower.png");
-    const std::string viaBlend = TempPath("plain_blend.png");
-    const std::string viaPlain = TempPath("plain_plain.png");
-    ASSERT_TRUE(cv::imwrite(upper, RandomMat(CV_16UC4, 51, 0.0, 65536.0)));
-    ASSERT_TRUE(cv::imwrite(lower, RandomMat(CV_16UC4, 52, 0.0, 65536.0)));
-    for (const char* mode : {"norm", "mul", "scrn", "over", "lum"}) {
-        SCOPED_TRACE(mode);
-        const std::string files = " " + upper + " " + lower + " ";
-        ASSERT_EQ(RunKxfx("blend" + files + viaBlend + " --mode " + mode).exitCode, 0);
-        const Outcome plain = RunKxfx("blend-plain" + files + viaPlain + " --mode " + mode);
-        ASSERT_EQ(plain.exitCode, 0) << plain.err;
-        ExpectSameMat(cv::imread(viaBlend, cv::IMREAD_UNCHANGED), cv::imread(viaPlain, cv::IMREAD_UNCHANGED));
     }
 }
 
@@ -425,27 +399,32 @@ TEST(KxfxParts, ParsesEverySettingKindAndRejectsMalformedText)
         EXPECT_THROW(malformed[i](), ToolError) << "case " << i;
 }
 
-TEST(KxfxParts, SettingsNameThemselvesAndReadImagesOnlyWhenGiven)
+// Settings parse by the kind of their argument and name themselves in a failure.
+TEST(KxfxParts, CallValuesParseByArgumentKind)
 {
-    int reads = 0;
-    const ImageReader reader = [&](const std::string&) {
-        ++reads;
-        return ImageHandle();
-    };
-    const SettingSpec radius = {"radius", SettingKind::Float, "0", "help"};
+    const EffectEntry& adjustTone = *FindEffect("adjust-tone");
+    CallValues values(adjustTone);
     try {
-        ParseSetting(radius, "wide", reader);
+        values.Parse(5, "bright", 3);
         ADD_FAILURE() << "no error";
     } catch (const ToolError& error) {
-        EXPECT_STREQ(error.what(), "--radius: 'wide' is not a number");
+        EXPECT_STREQ(error.what(), "--brightness: 'bright' is not a number");
     }
-    const SettingSpec then = {"then", SettingKind::Curve, "", "help"};
-    EXPECT_TRUE(std::get<std::vector<float>>(ParseSetting(then, "", reader)).empty());
-    const SettingSpec mask = {"mask", SettingKind::Image, "", "help"};
-    EXPECT_EQ(std::get<ImageHandle>(ParseSetting(mask, "", reader)), nullptr);
-    EXPECT_EQ(reads, 0);
-    ParseSetting(mask, "mask.png", reader);
-    EXPECT_EQ(reads, 1);
+    values.Parse(7, "", 3); // an optional curve given as nothing is none
+    EXPECT_EQ(std::get<const float*>(values.Values()[7]), nullptr);
+    values.Parse(8, "identity", 3);
+    const float* identity = std::get<const float*>(values.Values()[8]);
+    EXPECT_EQ(identity[2 * 256 + 255], 1.0f);
+    EXPECT_EQ(identity[2 * 256 + 51], 0.2f);
+    values.Parse(3, "0.1,0.2,0.3", 3);
+    EXPECT_EQ(std::get<const float*>(values.Values()[3])[2], 0.3f);
+
+    CallValues tuner(*FindEffect("tune-colors"));
+    EXPECT_THROW(tuner.Parse(5, "1,2,3", 3), ToolError); // nine values
+    tuner.Parse(5, "1,2,3,4,5,6,7,8,9", 3);
+    EXPECT_EQ(std::get<const float*>(tuner.Values()[5])[8], 9.0f);
+    CallValues noise(*FindEffect("add-noise"));
+    EXPECT_THROW(noise.Parse(3, "3", 3), ToolError); // outside the integer range
 }
 
 TEST(KxfxParts, ProgressBarDrawsStagesOnlyWhenEnabled)
@@ -509,205 +488,42 @@ TEST(KxfxParts, LibraryFailuresBecomeOneLine)
 }
 
 
-// A selection row shows the library's selection of a white mask in every plane; the number rows print.
-TEST(KxfxTool, SelectionRowsShowTheMaskAndNumberRowsPrint)
+// Every registry entry runs from kxfx at its representative settings: files in, an image or numbers out.
+TEST(KxfxTool, EveryEffectRunsAtItsSampleSettings)
 {
-    const std::string input = TempPath("select_in.png");
-    const std::string output = TempPath("select_out.png");
-    ASSERT_TRUE(cv::imwrite(input, RandomMat(CV_16UC3, 61, 0.0, 65536.0)));
-    const Outcome shown = RunKxfx("select-luminosity-range " + input + " " + output + " --rect 1,2,5,20");
-    ASSERT_EQ(shown.exitCode, 0) << shown.err;
-    const ImageHandle source = ReadImageFile(input);
-    const KXRect bounds = KXImageGetBounds(source.get()), rect = KXRectMake(1, 2, 5, 20);
-    KXImage* created = nullptr;
-    ASSERT_EQ(KXImageCreateWithParams2(&bounds, 16, 1, KXColorSpaceGray, 0, KXDataSourceMemory, &created), 0);
-    const ImageHandle mask = AdoptImage(created);
-    KXImageFill(created, 65535.0f);
-    ASSERT_EQ(KXEffectsSelectLuminosityRange(source.get(), created, &rect, 0.2f, 0.4f, 0.6f, 0.8f), kKXNoErr);
-    cv::Mat plane(bounds.height, bounds.width, CV_16UC1), expected;
-    ASSERT_EQ(KXImageRead2(created, &bounds, 0, 0, plane.data, -1, 0), 0);
-    cv::merge(std::vector<cv::Mat>{plane, plane, plane}, expected);
-    ExpectSameMat(expected, cv::imread(output, cv::IMREAD_UNCHANGED));
-
-    const std::string gray = TempPath("select_mask.png");
-    cv::Mat live = cv::Mat::zeros(4, 6, CV_8UC1);
-    live.at<uint8_t>(1, 2) = 9;
-    live.at<uint8_t>(2, 4) = 1;
-    ASSERT_TRUE(cv::imwrite(gray, live));
-    const std::pair<std::string, std::string> prints[] = {
-        {"find-mask-bounds", "bounds: 2 1 3 2\n"},
-        {"color-for-index --index 13", "color: 0.9804 0.5882 0\n"},
-        {"flesh-color-table --table 5", "y: 0.0431373 0.917647\ncb: 0.211765 0.498039\ncr: 0.501961 0.886275\n"},
-    };
-    for (const auto& [arguments, text] : prints) {
-        SCOPED_TRACE(arguments);
-        const Outcome outcome = RunKxfx(arguments + " " + gray + " " + output);
-        ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
-        EXPECT_EQ(outcome.out, text);
-    }
-    for (const std::string& failing : {"flesh-color-table --table 6 " + gray, "select-color " + gray}) {
-        const Outcome outcome = RunKxfx(failing + " " + output);
-        EXPECT_NE(outcome.exitCode, 0) << failing;
-        EXPECT_NE(outcome.err.find("status 10"), std::string::npos) << outcome.err;
-    }
-}
-
-
-// Each white-balance, hue and tone row gives what the library gives called directly with the row's settings.
-TEST(KxfxTool, ColourAndToneRowsMatchTheLibrary)
-{
-    using Call = std::function<int32_t(KXImage* source, KXImage* destination, const KXRect* rect)>;
-    const auto withFound = [](int32_t found, float temperature, float tint) -> Call {
-        return [=](KXImage* s, KXImage* d, const KXRect* r) {
-            return found != kKXNoErr ? found : KXEffectsTemperatureAndTint(s, d, r, temperature, tint);
-        };
-    };
-    float presetTemperature = 0, presetTint = 0, grayTemperature = 0, grayTint = 0;
-    const float picked[3] = {0.6f, 0.5f, 0.4f}, toner[3] = {0.2f, 0.4f, 0.9f};
-    const int32_t presetStatus = KXEffectsWhiteBalanceTemperatureAndTint(nullptr, 5, &presetTemperature, &presetTint);
-    const int32_t grayStatus = KXEffectsTemperatureAndTintForGray(picked, &grayTemperature, &grayTint);
-    float tunedHues[9] = {}, tunedSaturations[9] = {};
-    tunedHues[2] = 0.5f;
-    tunedSaturations[2] = 0.4f;
-    const float zeros[9] = {};
-    const std::pair<std::string, Call> cases[] = {
-        {"temperature --temperature 0.4 --tint -0.2 --vibrance 0.3",
-         [](auto s, auto d, auto r) { return KXEffectsTemperatureTintAndVibrance(s, d, r, 0.4f, -0.2f, 0.3f); }},
-        {"temperature --temperature 0.4 --saturation 0.2 --vibrance 0.1",
-         [](auto s, auto d, auto r) {
-             return KXEffectsTemperatureTintSaturationAndVibrance(s, d, r, 0.4f, 0.0f, 0.2f, 0.1f);
-         }},
-        {"vibrance --vibrance -0.5", [](auto s, auto d, auto r) { return KXEffectsVibrance(s, d, r, -0.5f); }},
-        {"toner --toner 0.2,0.4,0.9 --amount 0.7",
-         [&](auto s, auto d, auto r) { return KXEffectsAddToner(s, d, r, toner, 0.7f); }},
-        {"white-balance-preset --preset 5", withFound(presetStatus, presetTemperature, presetTint)},
-        {"neutralise --gray 0.6,0.5,0.4", withFound(grayStatus, grayTemperature, grayTint)},
-        {"hue-saturation --hue 0.25 --saturation 0.3 --brightness -0.2",
-         [](auto s, auto d, auto r) { return KXEffectsHueSaturationBrightness(s, d, r, 0.25f, 0.3f, -0.2f); }},
-        {"hue-saturation-lightness --hue -0.1 --lightness 0.4",
-         [](auto s, auto d, auto r) { return KXEffectsHueSaturationLightness(s, d, r, -0.1f, 0.0f, 0.4f); }},
-        {"tune-colors --index 2 --hue 0.5 --saturation 0.4",
-         [&](auto s, auto d, auto r) { return KXEffectsTuneColors(s, d, r, 0, 0, tunedHues, tunedSaturations, zeros); }},
-        {"colorize --hue 0.6 --saturation 0.4 --lightness -0.2",
-         [](auto s, auto d, auto r) { return KXEffectsColorize(s, d, r, 0.6f, 0.4f, -0.2f); }},
-        {"channel-mixer --red-green 0.5 --green-blue -0.3",
-         [](auto s, auto d, auto r) { return KXEffectsChannelMixer(s, d, r, 1, 0.5f, 0, 0, 1, -0.3f); }},
-        {"shadows-highlights --radius 3 --shadows 0.6 --highlights 0.3",
-         [](auto s, auto d, auto r) { return KXEffectsShadowsAndHilites(s, d, r, 3.0f, 0.6f, 0.3f); }},
-        {"adjust-shadows --strength 0.5 --threshold 0.4",
-         [](auto s, auto d, auto r) { return KXEffectsAdjustShadows(s, d, r, 0.5f, 0.4f); }},
-        {"adjust-tone --black 0.1,0,0.05 --white 0.9,1,1 --brightness 0.2",
-         [](auto s, auto d, auto r) {
-             const float black[3] = {0.1f, 0.0f, 0.05f}, white[3] = {0.9f, 1.0f, 1.0f};
-             return KXEffectsAdjustTone(s, d, r, black, white, 0.2f, 0.0f, nullptr, nullptr);
-         }},
-        {"clarity --amount 0.8 --radius 4",
-         [](auto s, auto d, auto r) { return KXEffectsClarity(s, d, r, 0.8f, 4.0f); }},
-        {"purity --shadows 0.3 --highlights 0.1",
-         [](auto s, auto d, auto r) { return KXEffectsPurity(s, d, r, 0.3f, 0.1f); }},
-        {"brightness-contrast --brightness 0.3 --contrast -0.4",
-         [](auto s, auto d, auto r) { return KXEffectsBrightnessContrast(s, d, r, 0.3f, -0.4f); }},
-        {"brightness-midtone-contrast --brightness -0.2 --midtone-contrast 0.5 --as-curve true",
-         [](auto s, auto d, auto r) {
-             std::vector<float> curves(4 * 256);
-             KXEffectsBrightnessMidtoneContrastMakeCurves(4, curves.data(), -0.2f, 0.5f);
-             return KXEffectsApplyCurves(s, d, r, curves.data());
-         }},
-        {"midtone-contrast-alt --strength 1.5",
-         [](auto s, auto d, auto r) { return KXEffectsMidtoneContrastAltWithMask(s, d, r, 1.5f, nullptr); }},
-        {"exposure --brightness 0.5", [](auto s, auto d, auto r) { return KXEffectsExposure(s, d, r, 2.0f); }},
-        {"brightness-haze-saturation --brightness 0.2 --haze 0.1 --saturation -0.3",
-         [](auto s, auto d, auto r) { return KXEffectsBrightnessHazeSaturation(s, d, r, 0.2f, 0.1f, -0.3f); }},
-        {"black-and-white --hue 0.3 --contrast 0.4 --toner 0.2,0.4,0.9 --toner-amount 0.6",
-         [&](auto s, auto d, auto r) { return KXEffectsBlackAndWhite(s, d, r, 0.3f, 0.4f, nullptr, 0, toner, 0.6f); }},
-        {"black-and-white-color-response --filter 0.7,0.4,0.5 --red 0.3 --cyan -0.4",
-         [](auto s, auto d, auto r) {
-             const float filter[3] = {0.7f, 0.4f, 0.5f}, responses[6] = {0.3f, 0, 0, -0.4f, 0, 0};
-             return KXEffectsBlackAndWhiteColorResponse(s, d, r, filter, responses);
-         }},
-        {"black-and-white-auto-mixture --filter 0.5,0.5,0.5",
-         [](auto s, auto d, auto r) {
-             float responses[6];
-             const int32_t status = KXEffectsBlackAndWhiteColorResponseGetAutoMixture(s, responses);
-             return status != kKXNoErr ? status : KXEffectsBlackAndWhiteColorResponse(s, d, r, nullptr, responses);
-         }},
-        {"color-filter --red 0.5 --green 0.3 --blue 0.3",
-         [](auto s, auto d, auto r) { return KXEffectsColorFilter(s, d, r, 0.5f, 0.3f, 0.3f); }},
-        {"black-and-white-with-color-filter --hue 0.6",
-         [](auto s, auto d, auto r) { return KXEffectsBlackAndWhiteWithColorFilter(s, d, r, 0.6f); }},
-        {"black-white --mode 1", [](auto s, auto d, auto r) { return KXEffectsBlackWhite(s, d, r, 1); }},
-        {"add-noise --type 1 --amount 0.2", [](auto s, auto d, auto r) { return KXEffectsAddNoise(s, d, r, 1, 0.2f); }},
-        {"add-noise --type 2 --amount 0.1", [](auto s, auto d, auto r) { return KXEffectsAddNoise(s, d, r, 2, 0.1f); }},
-    };
-    const std::string input = TempPath("colour_in.png"), output = TempPath("colour_out.png");
-    const std::string expectedPath = TempPath("colour_expected.png");
-    ASSERT_TRUE(cv::imwrite(input, RandomMat(CV_16UC3, 71, 0.0, 65536.0)));
-    for (const auto& [arguments, call] : cases) {
-        SCOPED_TRACE(arguments);
-        const Outcome outcome = RunKxfx(arguments.substr(0, arguments.find(' ')) + " " + input + " " + output +
-                                        arguments.substr(arguments.find(' ')));
-        ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
-        const ImageHandle source = ReadImageFile(input), expected = ReadImageFile(input);
-        const KXRect bounds = KXImageGetBounds(source.get());
-        ASSERT_EQ(call(source.get(), expected.get(), &bounds), kKXNoErr);
-        WriteImageFile(expected.get(), expectedPath);
-        ExpectSameMat(cv::imread(expectedPath, cv::IMREAD_UNCHANGED), cv::imread(output, cv::IMREAD_UNCHANGED));
-    }
-}
-
-// The analysis rows print what the library measures; the equalizer and curve rows write what it makes.
-TEST(KxfxTool, AnalysisRowsPrintAndApplyWhatTheLibraryFinds)
-{
-    const std::string input = TempPath("analysis_in.png"), output = TempPath("analysis_out.png");
-    const std::string expectedPath = TempPath("analysis_expected.png");
-    cv::Mat pixels(20, 24, CV_16UC3);
-    cv::RNG(83).fill(pixels, cv::RNG::UNIFORM, 9000.0, 50000.0);
-    ASSERT_TRUE(cv::imwrite(input, pixels));
-    const ImageHandle source = ReadImageFile(input);
-    const KXRect bounds = KXImageGetBounds(source.get());
-    float means[4], deviations[4], black[3], white[3], brightness, contrast, shadows, highlights;
-    ASSERT_EQ(KXEffectsAnalyzeImage(source.get(), &bounds, means, deviations), kKXNoErr);
-    ASSERT_EQ(KXEffectsAutoTone(source.get(), black, white, &brightness, &contrast, &shadows, &highlights), kKXNoErr);
-    char analysis[512], tone[512];
-    std::snprintf(analysis, sizeof analysis, "means: %g %g %g %g\ndeviations: %g %g %g %g\n", means[0], means[1],
-                  means[2], means[3], deviations[0], deviations[1], deviations[2], deviations[3]);
-    std::snprintf(tone, sizeof tone,
-                  "black: %g %g %g\nwhite: %g %g %g\nbrightness: %g\ncontrast: %g\nshadows: %g\nhighlights: %g\n",
-                  black[0], black[1], black[2], white[0], white[1], white[2], brightness, contrast, shadows,
-                  highlights);
-    const std::pair<std::string, std::string> prints[] = {{"analyze-image", analysis}, {"auto-tone", tone}};
-    for (const auto& [arguments, text] : prints) {
-        const Outcome outcome = RunKxfx(arguments + " " + input + " " + output);
-        ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
-        EXPECT_EQ(outcome.out, text);
-    }
-    using Call = std::function<int32_t(KXImage* source, KXImage* destination, const KXRect* rect)>;
-    const auto withCurves = [](std::function<int32_t(KXImage*, float*)> make) -> Call {
-        return [make](KXImage* s, KXImage* d, const KXRect* r) {
-            std::vector<float> curves(3 * 256);
-            const int32_t status = make(s, curves.data());
-            return status != kKXNoErr ? status : KXEffectsApplyCurves(s, d, r, curves.data());
-        };
-    };
-    const float low[3] = {0.1f, 0.2f, 0.1f}, high[3] = {0.9f, 0.8f, 1.0f};
-    const std::pair<std::string, Call> cases[] = {
-        {"auto-color", withCurves(KXEffectsAutoColorMakeCurves)},
-        {"equalize-curves", withCurves(KXEffectsEqualizeMakeCurves)},
-        {"equalize", [](auto s, auto d, auto) { return KXEffectsEqualize(s, d); }},
-        {"equalize-luminosity", [](auto s, auto d, auto) { return KXEffectsEqualizeLuminosity(s, d); }},
-        {"black-and-white-points-apply --black 0.1,0.2,0.1 --white 0.9,0.8,1",
-         [&](auto s, auto d, auto r) { return KXEffectsBlackAndWhitePointsApply(s, d, r, low, high); }},
-    };
-    for (const auto& [arguments, call] : cases) {
-        SCOPED_TRACE(arguments);
-        const size_t space = std::min(arguments.find(' '), arguments.size());
-        const Outcome outcome =
-            RunKxfx(arguments.substr(0, space) + " " + input + " " + output + arguments.substr(space));
-        ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
-        const ImageHandle expected = ReadImageFile(input);
-        ASSERT_EQ(call(source.get(), expected.get(), &bounds), kKXNoErr);
-        WriteImageFile(expected.get(), expectedPath);
-        ExpectSameMat(cv::imread(expectedPath, cv::IMREAD_UNCHANGED), cv::imread(output, cv::IMREAD_UNCHANGED));
+    const std::string input = TempPath("every_in.png");
+    const std::string second = TempPath("every_second.png");
+    const std::string mask = TempPath("every_mask.png");
+    const std::string output = TempPath("every_out.png");
+    // Large enough for the analyses, which want 16 x 16 and a thousand pixels.
+    const cv::Size size(48, 40);
+    ASSERT_TRUE(cv::imwrite(input, RandomMat(CV_16UC4, 61, 0.0, 65536.0, size)));
+    ASSERT_TRUE(cv::imwrite(second, RandomMat(CV_16UC4, 62, 0.0, 65536.0, size)));
+    ASSERT_TRUE(cv::imwrite(mask, RandomMat(CV_16UC1, 63, 0.0, 65536.0, size)));
+    for (const EffectEntry& entry : kEffectRegistry) {
+        SCOPED_TRACE(entry.cliName);
+        const bool masksOnly = entry.Has(ArgKind::Masks);
+        const bool maskInput = masksOnly || entry.args[0].name == std::string_view("MASK");
+        std::string arguments = std::string(entry.cliName) + " " + (maskInput ? mask : input);
+        if (masksOnly)
+            arguments += " " + mask;
+        for (const ArgSpec& arg : entry.Args()) {
+            if ((arg.kind == ArgKind::Image || arg.kind == ArgKind::Mask) && !arg.IsOptional())
+                arguments += " " + (arg.kind == ArgKind::Mask ? mask : second);
+            else if (arg.kind == ArgKind::Mask)
+                arguments += std::string(" --") + arg.name + " " + mask;
+            else if (IsSetting(arg) && *arg.sample && arg.kind != ArgKind::Image)
+                arguments += std::string(" --") + arg.name + " '" + arg.sample + "'";
+        }
+        const std::vector<std::string> files = FileNames(entry);
+        const bool makesImage = files.back() == "OUTPUT";
+        std::filesystem::remove(output);
+        if (makesImage)
+            arguments += " " + output;
+        const Outcome outcome = RunKxfx(arguments);
+        ASSERT_EQ(outcome.exitCode, 0) << arguments << "\n" << outcome.err;
+        EXPECT_EQ(std::filesystem::exists(output), makesImage);
+        EXPECT_EQ(outcome.out.empty(), !entry.Has(ArgKind::Out) && !entry.Has(ArgKind::OutRect)) << outcome.out;
     }
 }
 

@@ -1,5 +1,8 @@
 #include "Help.h"
 
+#include "EffectRunner.h"
+#include "Settings.h"
+
 namespace {
 
 constexpr const char* kUsage = R"(usage: kxfx EFFECT INPUT... OUTPUT [--rect x,y,width,height] [--SETTING VALUE ...]
@@ -33,11 +36,23 @@ the RGB colour over its gray: red, yellow, green, cyan, blue and magenta.
 On failure kxfx prints one line on standard error, exits with 1 and writes no output file.
 )";
 
-void PrintSettings(std::FILE* stream, const EffectRow& row)
+void PrintSettings(std::FILE* stream, const EffectEntry& entry)
 {
-    for (const SettingSpec& setting : row.settings)
-        std::fprintf(stream, "    --%s (%s, neutral %s): %s\n", setting.name, SettingKindName(setting.kind),
-                     *setting.neutral ? setting.neutral : "none", setting.help);
+    for (const ArgSpec& arg : entry.Args()) {
+        if (arg.kind == ArgKind::Out || arg.kind == ArgKind::OutRect)
+            std::fprintf(stream, "    prints %s: %s\n", arg.name, arg.help);
+        else if (IsSetting(arg))
+            std::fprintf(stream, "    --%s (%s, neutral %s): %s\n", arg.name, ArgKindForm(arg.kind),
+                         *arg.neutral ? arg.neutral : "none", arg.help);
+    }
+}
+
+void PrintUsageLine(std::FILE* stream, const EffectEntry& entry)
+{
+    std::fprintf(stream, "usage: kxfx %s", entry.cliName);
+    for (const std::string& name : FileNames(entry))
+        std::fprintf(stream, " %s", name.c_str());
+    std::fprintf(stream, "%s [--SETTING VALUE ...]\n", entry.Has(ArgKind::Rect) ? " [--rect x,y,width,height]" : "");
 }
 
 } // namespace
@@ -47,22 +62,20 @@ void PrintUsage(std::FILE* stream)
     std::fputs(kUsage, stream);
 }
 
-void PrintEffectHelp(std::FILE* stream, const EffectRow& row)
+void PrintEffectHelp(std::FILE* stream, const EffectEntry& entry)
 {
-    std::fprintf(stream, "usage: kxfx %s", row.name);
-    for (const char* input : row.inputs)
-        std::fprintf(stream, " %s", input);
-    std::fprintf(stream, " OUTPUT [--rect x,y,width,height]%s\n", row.settings.empty() ? "" : " [--SETTING VALUE ...]");
-    std::fprintf(stream, "  %s\n", row.summary);
-    if (row.settings.empty())
-        std::fputs("  no settings\n", stream);
-    PrintSettings(stream, row);
+    PrintUsageLine(stream, entry);
+    std::fprintf(stream, "  %s (%s)\n", entry.summary, entry.cName);
+    for (const ArgSpec& arg : entry.Args())
+        if (IsPositionalInput(arg) && *arg.help)
+            std::fprintf(stream, "    %s: %s\n", arg.name, arg.help);
+    PrintSettings(stream, entry);
 }
 
 void PrintEffectList(std::FILE* stream)
 {
-    for (const EffectRow& row : EffectTable()) {
-        std::fprintf(stream, "%-20s %s\n", row.name, row.summary);
-        PrintSettings(stream, row);
+    for (const EffectEntry& entry : kEffectRegistry) {
+        std::fprintf(stream, "%-20s %s\n", entry.cliName, entry.summary);
+        PrintSettings(stream, entry);
     }
 }

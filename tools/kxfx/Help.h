@@ -1,10 +1,10 @@
 // The texts of kxfx --help, kxfx help EFFECT and kxfx list.
 #pragma once
 
-#include "EffectTable.h"
+#include "KXEffectsRegistryTypes.h"
 
 #include <cstdio>
 
 void PrintUsage(std::FILE* stream);
-void PrintEffectHelp(std::FILE* stream, const EffectRow& row);
+void PrintEffectHelp(std::FILE* stream, const EffectEntry& entry);
 void PrintEffectList(std::FILE* stream);

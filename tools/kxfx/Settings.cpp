@@ -92,54 +92,7 @@ std::vector<float> ParsePointList(std::string_view text)
     return numbers;
 }
 
-SettingValue ParseValue(const SettingSpec& setting, std::string_view text, const ImageReader& readImage)
-{
-    switch (setting.kind) {
-    case SettingKind::Float:
-        return ParseFloat(text);
-    case SettingKind::Integer:
-        return ParseInteger(text);
-    case SettingKind::Bool:
-        return ParseBool(text);
-    case SettingKind::BlendMode:
-        return ParseBlendMode(text);
-    case SettingKind::Colour:
-        return ParseColour(text);
-    case SettingKind::Point:
-        return ParsePoint(text);
-    case SettingKind::Curve:
-        return text.empty() ? std::vector<float>() : ParseCurve(text);
-    case SettingKind::Numbers: {
-        std::vector<float> numbers;
-        for (std::string_view field : Split(text, ','))
-            numbers.push_back(ParseFloat(field));
-        return numbers;
-    }
-    case SettingKind::Image:
-        return text.empty() ? ImageHandle() : readImage(std::string(text));
-    }
-    throw ToolError("unknown setting kind");
-}
-
 } // namespace
-
-const char* SettingKindName(SettingKind kind)
-{
-    // In the order of SettingKind.
-    static constexpr const char* kNames[] = {"float",        "integer",   "bool",       "blend mode",
-                                             "colour r,g,b", "point x,y", "image file", "curve x,y;x,y;... or file",
-                                             "numbers n,n,..."};
-    return kNames[size_t(kind)];
-}
-
-SettingValue ParseSetting(const SettingSpec& setting, std::string_view text, const ImageReader& readImage)
-{
-    try {
-        return ParseValue(setting, text, readImage);
-    } catch (const ToolError& error) {
-        throw ToolError(std::string("--") + setting.name + ": " + error.what());
-    }
-}
 
 float ParseFloat(std::string_view text)
 {
@@ -213,4 +166,161 @@ KXRect ParseRect(std::string_view text)
     if (rect.width < 0 || rect.height < 0)
         throw ToolError(Quoted(text) + " has a negative width or height");
     return rect;
+}
+
+namespace {
+
+// x,y points in 0..1 as one channel of 256 entries: straight lines between the points, flat beyond the
+// first and the last.
+std::vector<float> CurveThroughPoints(const std::vector<float>& numbers)
+{
+    if (numbers.empty() || numbers.size() % 2 != 0)
+        throw ToolError("give x,y points or a file of curve values");
+    std::vector<std::pair<float, float>> points;
+    for (size_t i = 0; i < numbers.size(); i += 2)
+        points.emplace_back(numbers[i], numbers[i + 1]);
+    std::sort(points.begin(), points.end());
+    std::vector<float> curve(256);
+    KXEffectsInitCurves(1, curve.data());
+    for (float& entry : curve) {
+        const auto after = std::find_if(points.begin(), points.end(), [&](const auto& p) { return p.first >= entry; });
+        if (after == points.begin() || after == points.end()) {
+            entry = after == points.end() ? points.back().second : after->second;
+            continue;
+        }
+        const auto& [x0, y0] = *(after - 1);
+        entry = y0 + (after->second - y0) * (entry - x0) / (after->first - x0);
+    }
+    return curve;
+}
+
+// A curve as a table with a channel for every colour plane: 256 values a channel as given (one channel
+// serves every plane), or a point list.
+std::vector<float> CurveTable(std::string_view text, int32_t colourPlanes)
+{
+    const size_t channels = size_t(std::max(colourPlanes, 1));
+    if (text == "identity") {
+        std::vector<float> table(channels * 256);
+        KXEffectsInitCurves(int32_t(channels), table.data());
+        return table;
+    }
+    const std::vector<float> numbers = ParseCurve(text);
+    std::vector<float> table = numbers.size() % 256 == 0 ? numbers : CurveThroughPoints(numbers);
+    if (table.size() == 256) {
+        table.resize(channels * 256);
+        for (size_t at = 256; at < table.size(); at += 256)
+            std::copy_n(table.begin(), 256, table.begin() + at);
+    }
+    if (table.size() < channels * 256)
+        throw ToolError(std::to_string(table.size() / 256) + " channels for " + std::to_string(channels) +
+                        " colour planes");
+    return table;
+}
+
+std::vector<float> ParseNumbers(std::string_view text, size_t count)
+{
+    std::vector<float> numbers;
+    for (std::string_view field : SplitFields(text, count, "n,n,..."))
+        numbers.push_back(ParseFloat(field));
+    return numbers;
+}
+
+} // namespace
+
+const char* ArgKindForm(ArgKind kind)
+{
+    switch (kind) {
+    case ArgKind::Float:
+        return "float";
+    case ArgKind::Integer:
+        return "integer";
+    case ArgKind::Bool:
+        return "bool";
+    case ArgKind::Mode:
+        return "blend mode";
+    case ArgKind::Colour:
+        return "colour r,g,b";
+    case ArgKind::Floats:
+        return "numbers n,n,...";
+    case ArgKind::Curves:
+        return "curve x,y;x,y;... or file";
+    case ArgKind::Point:
+    case ArgKind::FloatPoint:
+        return "point x,y";
+    case ArgKind::Image:
+    case ArgKind::Mask:
+        return "image file";
+    case ArgKind::ExtraDestination:
+        return "output file";
+    default:
+        return "file";
+    }
+}
+
+CallValues::CallValues(const EffectEntry& entry) : m_entry(entry), m_values(entry.argCount), m_outputs(entry.argCount) {}
+
+const float* CallValues::Keep(std::vector<float> values)
+{
+    return m_arrays.emplace_back(std::move(values)).data();
+}
+
+void CallValues::Parse(size_t index, std::string_view text, int32_t colourPlanes)
+{
+    const ArgSpec& arg = m_entry.args[index];
+    try {
+        switch (arg.kind) {
+        case ArgKind::Float:
+            m_values[index] = ParseFloat(text);
+            return;
+        case ArgKind::Integer: {
+            const int32_t value = ParseInteger(text);
+            if (float(value) < arg.low || float(value) > arg.high)
+                throw ToolError(std::string(text) + " is outside " + std::to_string(int32_t(arg.low)) + ".." +
+                                std::to_string(int32_t(arg.high)));
+            m_values[index] = value;
+            return;
+        }
+        case ArgKind::Bool:
+            m_values[index] = ParseBool(text);
+            return;
+        case ArgKind::Mode:
+            m_values[index] = ParseBlendMode(text);
+            return;
+        case ArgKind::Colour: {
+            if (text.empty() && arg.IsOptional())
+                return Set(index, static_cast<const float*>(nullptr));
+            const Colour colour = ParseColour(text);
+            m_values[index] = Keep({colour.red, colour.green, colour.blue});
+            return;
+        }
+        case ArgKind::Floats:
+            m_values[index] = Keep(ParseNumbers(text, arg.count));
+            return;
+        case ArgKind::Curves:
+            if (text.empty() && arg.IsOptional())
+                return Set(index, static_cast<const float*>(nullptr));
+            m_values[index] = Keep(CurveTable(text, colourPlanes));
+            return;
+        case ArgKind::Point:
+            m_values[index] = ParsePoint(text);
+            return;
+        case ArgKind::FloatPoint: {
+            const std::vector<float> xy = ParseNumbers(text, 2);
+            m_values[index] = KXEffectsFloatPoint{xy[0], xy[1]};
+            return;
+        }
+        default:
+            throw ToolError("is not a setting");
+        }
+    } catch (const ToolError& error) {
+        throw ToolError(std::string("--") + arg.name + ": " + error.what());
+    }
+}
+
+void CallValues::AddOutput(size_t index)
+{
+    const ArgSpec& arg = m_entry.args[index];
+    std::vector<float>& values = m_arrays.emplace_back(arg.count == 0 ? 4 * 256 : arg.count, 0.0f);
+    m_values[index] = values.data();
+    m_outputs[index] = &values;
 }

@@ -1,152 +1,12 @@
-// What a host needs to run effects in tiles and mix them back: the margin an effect reads around a tile,
-// and the mixing of a computed effect image with its source under a mask or by hue zone.
+// What a host needs to mix a computed effect image back over its source under a mask or by hue zone.
 #include "KXEffectsColorMath.h"
 #include "KXEffectsDispatch.h"
-#include "KXEffectsGaussianBlur.h"
 #include "KXEffectsRowLoop.h"
 #include "KXEffectsToneCurves.h"
 
 #include <cmath>
-#include <iterator>
 
 namespace {
-
-// ---- Margins ----
-
-enum class OutsetRule {
-    Pointwise,
-    OnePixel,
-    Rounded,
-    Gaussian,
-    FastGaussian,
-    TrueGaussian,
-    ProgressiveGaussian,
-    Emboss
-};
-
-struct OutsetRow {
-    KXEffectProc effect;
-    OutsetRule rule;
-};
-
-template <class Function> OutsetRow Outset(Function* effect, OutsetRule rule)
-{
-    return {reinterpret_cast<KXEffectProc>(effect), rule};
-}
-
-// Effects are known by their address; one absent from the table needs the whole image.
-const OutsetRow kOutsetRows[] = {
-    Outset(KXEffectsBlur, OutsetRule::OnePixel),
-    Outset(KXEffectsBlurMore, OutsetRule::OnePixel),
-    Outset(KXEffectsSharpen, OutsetRule::OnePixel),
-    Outset(KXEffectsSharpenMore, OutsetRule::OnePixel),
-    Outset(KXEffectsFindEdges, OutsetRule::OnePixel),
-    Outset(KXEffectsBoxBlur, OutsetRule::Rounded),
-    Outset(KXEffectsBoxBlurWithOffset, OutsetRule::Rounded),
-    Outset(KXEffectsBoxBlurWithOffsetAndAmount, OutsetRule::Rounded),
-    Outset(KXEffectsBoxBlurInt, OutsetRule::Rounded),
-    Outset(KXEffectsSurfaceBlur, OutsetRule::Rounded),
-    Outset(KXEffectsSurfaceBlurWithOffset, OutsetRule::Rounded),
-    Outset(KXEffectsMedian, OutsetRule::Rounded),
-    Outset(KXEffectsDustAndScratch, OutsetRule::Rounded),
-    Outset(KXEffectsUnsharpMaskUsingSurfaceBlur, OutsetRule::Rounded),
-    Outset(KXEffectsUnsharpMaskUsingBoxBlur, OutsetRule::Rounded),
-    Outset(KXEffectsUnsharpMaskUsingTriangularBlur, OutsetRule::Rounded),
-    Outset(KXEffectsSharpenHighPass, OutsetRule::Rounded),
-    Outset(KXEffectsSharpenHighPassWithOffset, OutsetRule::Rounded),
-    Outset(KXEffectsGaussianBlur, OutsetRule::Gaussian),
-    Outset(KXEffectsGaussianBlurWithAmount, OutsetRule::Gaussian),
-    Outset(KXEffectsGaussianBlurWithAmountAndMode, OutsetRule::Gaussian),
-    Outset(KXEffectsUnsharpMask, OutsetRule::Gaussian),
-    Outset(KXEffectsHighPass, OutsetRule::Gaussian),
-    Outset(KXEffectsHighPassAndLowPass, OutsetRule::Gaussian),
-    Outset(KXEffectsClarity, OutsetRule::Gaussian),
-    Outset(KXEffectsApplyContrastMask, OutsetRule::Gaussian),
-    Outset(KXEffectsShadowsAndHilites, OutsetRule::Gaussian),
-    Outset(KXEffectsGaussianBlurFast, OutsetRule::FastGaussian),
-    Outset(KXEffectsGaussianBlurFastWithAmount, OutsetRule::FastGaussian),
-    Outset(KXEffectsGaussianBlurTrue, OutsetRule::TrueGaussian),
-    Outset(KXEffectsGaussianBlurTrueWithAmount, OutsetRule::TrueGaussian),
-    Outset(KXEffectsSharpenProgressive, OutsetRule::ProgressiveGaussian),
-    Outset(KXEffectsEmboss, OutsetRule::Emboss),
-    Outset(KXEffectsMultiplyValues, OutsetRule::Pointwise),
-    Outset(KXEffectsMixImages, OutsetRule::Pointwise),
-    Outset(KXEffectsBlackAndWhitePointsApply, OutsetRule::Pointwise),
-    Outset(KXEffectsAnalyzeImage, OutsetRule::Pointwise),
-    Outset(KXEffectsVibrance, OutsetRule::Pointwise),
-    Outset(KXEffectsHueSaturationBrightness, OutsetRule::Pointwise),
-    Outset(KXEffectsHueSaturationLightness, OutsetRule::Pointwise),
-    Outset(KXEffectsBrightnessHazeSaturation, OutsetRule::Pointwise),
-    Outset(KXEffectsInvert, OutsetRule::Pointwise),
-    Outset(KXEffectsBlackWhite, OutsetRule::Pointwise),
-    Outset(KXEffectsColorFilter, OutsetRule::Pointwise),
-    Outset(KXEffectsBlackAndWhiteColorResponse, OutsetRule::Pointwise),
-    Outset(KXEffectsAddToner, OutsetRule::Pointwise),
-    Outset(KXEffectsChannelMixer, OutsetRule::Pointwise),
-    Outset(KXEffectsBlackAndWhiteWithColorFilter, OutsetRule::Pointwise),
-    Outset(KXEffectsBlackAndWhite, OutsetRule::Pointwise),
-    Outset(KXEffectsPhotoFilter, OutsetRule::Pointwise),
-    Outset(KXEffectsTemperatureAndTint, OutsetRule::Pointwise),
-    Outset(KXEffectsTemperatureTintAndVibrance, OutsetRule::Pointwise),
-    Outset(KXEffectsTemperatureTintAndSaturation, OutsetRule::Pointwise),
-    Outset(KXEffectsTemperatureTintSaturationAndVibrance, OutsetRule::Pointwise),
-    Outset(KXEffectsTuneColors, OutsetRule::Pointwise),
-    Outset(KXEffectsPurity, OutsetRule::Pointwise),
-    Outset(KXEffectsAdjustShadows, OutsetRule::Pointwise),
-    Outset(KXEffectsAdjustTone, OutsetRule::Pointwise),
-    Outset(KXEffectsDesaturate, OutsetRule::Pointwise),
-    Outset(KXEffectsApplyCurves, OutsetRule::Pointwise),
-    Outset(KXEffectsApplyCurvesWithAmount, OutsetRule::Pointwise),
-    Outset(KXEffectsBrightnessContrast, OutsetRule::Pointwise),
-    Outset(KXEffectsBrightnessContrastWithMask, OutsetRule::Pointwise),
-    Outset(KXEffectsMidtoneContrast, OutsetRule::Pointwise),
-    Outset(KXEffectsBrightnessWithMask, OutsetRule::Pointwise),
-    Outset(KXEffectsMidtoneContrastAltWithMask, OutsetRule::Pointwise),
-    Outset(KXEffectsBrightnessMidtoneContrast, OutsetRule::Pointwise),
-    Outset(KXEffectsBrightnessMidtoneContrastWithMask, OutsetRule::Pointwise),
-    Outset(KXEffectsSolarize, OutsetRule::Pointwise),
-    Outset(KXEffectsAddNoise, OutsetRule::Pointwise),
-    Outset(KXEffectsApplyFilmGrain, OutsetRule::Pointwise),
-    Outset(KXEffectsApplyFilmGrainTile, OutsetRule::Pointwise),
-    Outset(KXEffectsFillColor, OutsetRule::Pointwise),
-    Outset(KXEffectsBlendImages, OutsetRule::Pointwise),
-    Outset(KXEffectsBlendImagesWithOpacitiesAndMasks, OutsetRule::Pointwise),
-    Outset(KXEffectsConvertImageMode, OutsetRule::Pointwise),
-    Outset(KXEffectsCopyImage, OutsetRule::Pointwise),
-    Outset(KXEffectsColorRange, OutsetRule::Pointwise),
-    Outset(KXEffectsSelectColor, OutsetRule::Pointwise),
-    Outset(KXEffectsSelectLuminosity, OutsetRule::Pointwise),
-    Outset(KXEffectsSelectSaturation, OutsetRule::Pointwise),
-    Outset(KXEffectsSelectFleshColors, OutsetRule::Pointwise),
-    Outset(KXEffectsSelectColors, OutsetRule::Pointwise),
-    Outset(KXEffectsProtectColors, OutsetRule::Pointwise),
-};
-
-int32_t OutsetByRule(OutsetRule rule, float value)
-{
-    switch (rule) {
-    case OutsetRule::Pointwise:
-        return 0;
-    case OutsetRule::OnePixel:
-        return 1;
-    case OutsetRule::Rounded:
-        return TruncateToInt32(value + 0.5f);
-    case OutsetRule::Gaussian:
-        return GaussianBlurOutset(value);
-    case OutsetRule::FastGaussian: {
-        const FastGaussianRadii radii = FastGaussianRadiiOf(value);
-        return radii.first + 2 * radii.second;
-    }
-    case OutsetRule::TrueGaussian:
-        return TrueGaussianHalfWidth(value);
-    case OutsetRule::ProgressiveGaussian:
-        // The coarsest of its four scales.
-        return GaussianBlurOutset(4.0f * value);
-    case OutsetRule::Emboss:
-        return 1 - TruncateToInt32(-0.5f * value);
-    }
-    return -1;
-}
 
 // ---- Mixing ----
 
@@ -259,14 +119,6 @@ void MixInZonesKernel(KXImage* source, KXImage* effect, KXImage* mask, KXImage* 
 }
 
 } // namespace
-
-int32_t KXEffectsGetOutset(KXEffectProc effect, float value)
-{
-    for (const OutsetRow& row : kOutsetRows)
-        if (row.effect == effect)
-            return OutsetByRule(row.rule, value);
-    return -1;
-}
 
 int32_t KXEffectsApplyEffectWithMask(KXImage* source, KXImage* effect, KXImage* mask, KXImage* destination,
                                      const KXRect* rect, float amount)

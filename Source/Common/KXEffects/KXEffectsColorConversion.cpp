@@ -173,6 +173,10 @@ int32_t KXEffectsConvertImageMode(KXImage* source, KXImage* destination, const K
 {
     if (!source || !destination || !rect)
         return kKXErrBadParam;
+    // Conversion 7 makes RGB of one gray plane; the others read three colour planes.
+    const int32_t colourPlanes = KXImageGetNumPlanes(source) - KXImageGetTransparency(source);
+    if (colourPlanes != (conversion == 7 ? 1 : 3))
+        return kKXErrUnsupported;
     const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
     return DispatchImageDepth(source, [&](auto tag) {
         using Sample = typename decltype(tag)::Type;
