@@ -3,6 +3,8 @@
 #include "EffectRunner.h"
 #include "Settings.h"
 
+#include <string_view>
+
 namespace {
 
 constexpr const char* kUsage = R"(usage: kxfx EFFECT INPUT... OUTPUT [--rect x,y,width,height] [--SETTING VALUE ...]
@@ -74,7 +76,10 @@ void PrintEffectHelp(std::FILE* stream, const EffectEntry& entry)
 
 void PrintEffectList(std::FILE* stream)
 {
+    std::string_view family;
     for (const EffectEntry& entry : kEffectRegistry) {
+        if (family != entry.family)
+            std::fprintf(stream, "%s---- %s ----\n", family.empty() ? "" : "\n", (family = entry.family).data());
         std::fprintf(stream, "%-20s %s\n", entry.cliName, entry.summary);
         PrintSettings(stream, entry);
     }

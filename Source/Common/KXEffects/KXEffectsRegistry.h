@@ -83,39 +83,39 @@ inline constexpr ArgSpec kIdentityCurves = CurvesArg("curves", "identity", "0,0;
 inline constexpr EffectEntry kEffectRegistry[] = {
     // ---- Frame ----
     Effect<KXEffectsInvert>(
-        {"KXEffectsInvert", "invert", "colour planes become white minus the sample; alpha is kept",
+        {"KXEffectsInvert", "invert", "frame", "colour planes become white minus the sample; alpha is kept",
          Margin::Pointwise, Catching::Throws, kAllDepths, false},
         {kSourceArg, kDestinationArg, kRectArg}),
     Effect<KXEffectsCopyImage>(
-        {"KXEffectsCopyImage", "copy-image", "copies the rectangle, alpha included", Margin::Pointwise},
+        {"KXEffectsCopyImage", "copy-image", "frame", "copies the rectangle, alpha included", Margin::Pointwise},
         {kSourceArg, kDestinationArg, kRectArg}),
     Effect<KXEffectsApplyEffectWithMask>(
-        {"KXEffectsApplyEffectWithMask", "apply-effect-with-mask",
+        {"KXEffectsApplyEffectWithMask", "apply-effect-with-mask", "frame",
          "mixes EFFECT, an effect computed from INPUT, back over it by amount / 2 plus the mask's distance from "
          "mid-gray"},
         {kSourceArg, ImageArg("EFFECT", "the effect image computed from INPUT"), registry_args::kMask,
          kDestinationArg, kRectArg,
          FloatArg("amount", "0", "1.2", 0, 2, "2 gives the effect in full, 0 the source")}),
     Effect<KXEffectsApplyEffectInZones>(
-        {"KXEffectsApplyEffectInZones", "apply-effect-in-zones",
+        {"KXEffectsApplyEffectInZones", "apply-effect-in-zones", "frame",
          "mixes EFFECT over INPUT by the hue of each pixel, then brightness and midtone contrast by hue; RGB only",
          Margin::Whole, Catching::Throws, kAllDepths, false},
         {kSourceArg, ImageArg("EFFECT", "the effect image computed from INPUT"), registry_args::kMask,
          kDestinationArg, kRectArg, registry_args::kZones[0], registry_args::kZones[1], registry_args::kZones[2]}),
     // ---- Colour ----
     Effect<KXEffectsConvertImageMode>(
-        {"KXEffectsConvertImageMode", "convert-image-mode",
+        {"KXEffectsConvertImageMode", "convert-image-mode", "colour",
          "colour conversions 0 RGB to HSV, 1 HSV to RGB, 2 RGB to HSL, 3 HSL to RGB, 4 RGB to YCbCr, 5 YCbCr to RGB",
          Margin::Pointwise, Catching::Throws, kAllDepths, false},
         {kSourceArg, kDestinationArg, kRectArg, IntegerArg("conversion", "0", "2", 0, 5, "0 to 5")}),
     Effect<KXEffectsDesaturate>(
-        {"KXEffectsDesaturate", "desaturate", "lays the luma of each pixel over it in a blend mode; RGB only",
+        {"KXEffectsDesaturate", "desaturate", "colour", "lays the luma of each pixel over it in a blend mode; RGB only",
          Margin::Pointwise},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kMode,
          FloatArg("amount", "0", "0.8", 0, 1, "opacity of the luma; 0 or less copies")}),
     // ---- Blending ----
     Effect<PhotoFilterWithFixedArguments, KXEffectsPhotoFilter>(
-        {"KXEffectsPhotoFilter", "photo-filter",
+        {"KXEffectsPhotoFilter", "photo-filter", "blending",
          "a colour (kind 0) or a linear (1, 2) or radial (3, 4) gradient blended into the RGB planes after "
          "saturation and contrast", Margin::Pointwise},
         {kSourceArg, kDestinationArg, kRectArg,
@@ -130,7 +130,7 @@ inline constexpr EffectEntry kEffectRegistry[] = {
          ColourArg("color2", "0,0,0", "0.1,0.3,0.9", "r,g,b in 0..1"),
          FloatArg("opacity2", "0", "0.2", 0, 1, "0..1, of color2")}),
     Effect<KXEffectsBlendImagesWithOpacitiesAndMasks>(
-        {"KXEffectsBlendImagesWithOpacitiesAndMasks", "blend-images-with-opacities-and-masks",
+        {"KXEffectsBlendImagesWithOpacitiesAndMasks", "blend-images-with-opacities-and-masks", "blending",
          "lays INPUT (the upper layer) over LOWER in a blend mode, each with an opacity and an optional mask",
          Margin::Pointwise, Catching::Throws, kAllDepths, false},
         {kSourceArg, FloatArg("upper-opacity", "1", "0.7", 0, 1, "0..1, of the upper layer"),
@@ -139,69 +139,69 @@ inline constexpr EffectEntry kEffectRegistry[] = {
          MaskArg("lower-mask", "a one-plane image over the lower layer", kArgOptional), kDestinationArg, kRectArg,
          registry_args::kMode}),
     Effect<KXEffectsBlendImages>(
-        {"KXEffectsBlendImages", "blend-images", "lays INPUT (the upper layer) over LOWER in a blend mode",
+        {"KXEffectsBlendImages", "blend-images", "blending", "lays INPUT (the upper layer) over LOWER in a blend mode",
          Margin::Pointwise, Catching::Throws, kAllDepths, false},
         {kSourceArg, ImageArg("LOWER", "the lower layer"), kDestinationArg, kRectArg, registry_args::kMode}),
     Effect<KXEffectsMixImages>(
-        {"KXEffectsMixImages", "mix-images", "weight1 x INPUT + weight2 x IMAGE2 on every plane, alpha included",
+        {"KXEffectsMixImages", "mix-images", "blending", "weight1 x INPUT + weight2 x IMAGE2 on every plane, alpha included",
          Margin::Pointwise},
         {kSourceArg, ImageArg("IMAGE2", "the second image"), kDestinationArg, kRectArg,
          FloatArg("weight1", "1", "0.5", 0, 1, "weight of INPUT"),
          FloatArg("weight2", "0", "0.5", 0, 1, "weight of IMAGE2")}),
     Effect<KXEffectsMultiplyValues>(
-        {"KXEffectsMultiplyValues", "multiply-values",
+        {"KXEffectsMultiplyValues", "multiply-values", "blending",
          "each colour plane becomes (x - pivot) x factor + pivot, limited to 0..1", Margin::Pointwise,
          Catching::Throws, kAllDepths, false},
         {kSourceArg, kDestinationArg, kRectArg,
          FloatsArg("pivots", 3, "0.5,0.5,0.5", "0.5,0.5,0.5", 0, 1, "a pivot per colour plane"),
          FloatsArg("factors", 3, "1,1,1", "1.3,1.1,0.8", 0, 4, "a factor per colour plane")}),
     Effect<KXEffectsMultiplyMasks>(
-        {"KXEffectsMultiplyMasks", "multiply-masks", "the product of one-plane masks into a one-plane image",
+        {"KXEffectsMultiplyMasks", "multiply-masks", "blending", "the product of one-plane masks into a one-plane image",
          Margin::Whole, Catching::Throws, kAllDepths, false},
         {MasksArg("MASK", "one-plane images, one or more"), kDestinationArg, kRectArg}),
     Effect<KXEffectsMakeCompositeImage>(
-        {"KXEffectsMakeCompositeImage", "make-composite-image", "flattens an image with alpha onto white",
+        {"KXEffectsMakeCompositeImage", "make-composite-image", "blending", "flattens an image with alpha onto white",
          Margin::Whole, Catching::Throws, kAllDepths, false},
         {kInPlaceArg, kRectArg}),
     // ---- Curves and fills ----
     Effect<KXEffectsApplyCurves>(
-        {"KXEffectsApplyCurves", "apply-curves", "maps each colour plane through its channel of the curves",
+        {"KXEffectsApplyCurves", "apply-curves", "curves", "maps each colour plane through its channel of the curves",
          Margin::Pointwise, Catching::Throws, kAllDepths, false},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kIdentityCurves}),
     Effect<KXEffectsApplyCurvesWithAmount>(
-        {"KXEffectsApplyCurvesWithAmount", "apply-curves-with-amount", "the curves mixed with the input by amount",
+        {"KXEffectsApplyCurvesWithAmount", "apply-curves-with-amount", "curves", "the curves mixed with the input by amount",
          Margin::Pointwise},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kIdentityCurves,
          FloatArg("amount", "0", "0.7", 0, 1, "0 (input) to 1 (full curves)")}),
     Effect<KXEffectsFillColor>(
-        {"KXEffectsFillColor", "fill-color", "sets every plane of the rectangle, alpha included, to one value each",
+        {"KXEffectsFillColor", "fill-color", "curves", "sets every plane of the rectangle, alpha included, to one value each",
          Margin::Pointwise, Catching::Throws, kAllDepths, false},
         {kInPlaceArg, kRectArg,
          FloatsArg("color", 4, "1,1,1,1", "0.2,0.5,0.8,1", 0, 1, "a value 0..1 per plane, alpha last")}),
     Effect<KXEffectsSolarize>(
-        {"KXEffectsSolarize", "solarize", "colour samples above the middle become white minus the sample",
+        {"KXEffectsSolarize", "solarize", "curves", "colour samples above the middle become white minus the sample",
          Margin::Pointwise, Catching::Throws, kAllDepths, false},
         {kSourceArg, kDestinationArg, kRectArg}),
     // ---- Blurs ----
     Effect<KXEffectsBoxBlur>(
-        {"KXEffectsBoxBlur", "box-blur", "the mean of the square around each sample", Margin::Rounded},
+        {"KXEffectsBoxBlur", "box-blur", "blurs", "the mean of the square around each sample", Margin::Rounded},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kBoxRadius}),
     Effect<KXEffectsBoxBlurWithOffset>(
-        {"KXEffectsBoxBlurWithOffset", "box-blur-with-offset", "the box blur, its result moved by minus offset",
+        {"KXEffectsBoxBlurWithOffset", "box-blur-with-offset", "blurs", "the box blur, its result moved by minus offset",
          Margin::Rounded},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kBoxRadius, registry_args::kOffset}),
     Effect<KXEffectsBoxBlurWithOffsetAndAmount>(
-        {"KXEffectsBoxBlurWithOffsetAndAmount", "box-blur-with-offset-and-amount",
+        {"KXEffectsBoxBlurWithOffsetAndAmount", "box-blur-with-offset-and-amount", "blurs",
          "the moved box blur mixed with the input by amount", Margin::Rounded},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kBoxRadius, registry_args::kOffset,
          registry_args::kBlurAmount}),
     Effect<KXEffectsBoxBlurWithThreshold>(
-        {"KXEffectsBoxBlurWithThreshold", "box-blur-with-threshold",
+        {"KXEffectsBoxBlurWithThreshold", "box-blur-with-threshold", "blurs",
          "the box mean only where it differs from the sample by the threshold or more"},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kBoxRadius,
          FloatArg("threshold", "0.1", "0.05", 0, 1, "0..1 of white")}),
     Effect<KXEffectsBoxBlurWithAmount>(
-        {"KXEffectsBoxBlurWithAmount", "box-blur-with-amount",
+        {"KXEffectsBoxBlurWithAmount", "box-blur-with-amount", "blurs",
          "the mean over a window from left to right and top to bottom around each pixel, mixed by amount"},
         {kSourceArg, kDestinationArg, kRectArg,
          IntegerArg("left", "0", "-3", -1000, 1000, "first column of the window, from the pixel"),
@@ -210,7 +210,7 @@ inline constexpr EffectEntry kEffectRegistry[] = {
          IntegerArg("bottom", "0", "2", -1000, 1000, "last row of the window, from the pixel"),
          registry_args::kBlurAmount}),
     Effect<KXEffectsBoxBlurInt>(
-        {"KXEffectsBoxBlurInt", "box-blur-int", "the free-window mean at full strength", Margin::Rounded,
+        {"KXEffectsBoxBlurInt", "box-blur-int", "blurs", "the free-window mean at full strength", Margin::Rounded,
          Catching::Throws, kAllDepths, false},
         {kSourceArg, kDestinationArg, kRectArg,
          IntegerArg("left", "0", "-2", -1000, 1000, "first column of the window, from the pixel"),
@@ -218,103 +218,103 @@ inline constexpr EffectEntry kEffectRegistry[] = {
          IntegerArg("top", "0", "-2", -1000, 1000, "first row of the window, from the pixel"),
          IntegerArg("bottom", "0", "2", -1000, 1000, "last row of the window, from the pixel")}),
     Effect<KXEffectsGaussianBlur>(
-        {"KXEffectsGaussianBlur", "gaussian-blur", "gaussian blur: the true blur below radius 10, the fast one above",
+        {"KXEffectsGaussianBlur", "gaussian-blur", "blurs", "gaussian blur: the true blur below radius 10, the fast one above",
          Margin::Gaussian},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kGaussianRadius}),
     Effect<KXEffectsGaussianBlurWithAmount>(
-        {"KXEffectsGaussianBlurWithAmount", "gaussian-blur-with-amount", "the gaussian blur mixed by amount",
+        {"KXEffectsGaussianBlurWithAmount", "gaussian-blur-with-amount", "blurs", "the gaussian blur mixed by amount",
          Margin::Gaussian},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kGaussianRadius, registry_args::kBlurAmount}),
     Effect<KXEffectsGaussianBlurWithAmountAndMode>(
-        {"KXEffectsGaussianBlurWithAmountAndMode", "gaussian-blur-with-amount-and-mode",
+        {"KXEffectsGaussianBlurWithAmountAndMode", "gaussian-blur-with-amount-and-mode", "blurs",
          "the gaussian blur laid over the sample in a blend mode, mixed by amount", Margin::Gaussian},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kGaussianRadius, registry_args::kBlurAmount,
          registry_args::kBlurMode}),
     Effect<KXEffectsGaussianBlurFast>(
-        {"KXEffectsGaussianBlurFast", "gaussian-blur-fast", "three box passes, at a cost independent of the radius",
+        {"KXEffectsGaussianBlurFast", "gaussian-blur-fast", "blurs", "three box passes, at a cost independent of the radius",
          Margin::FastGaussian},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kGaussianRadius}),
     Effect<KXEffectsGaussianBlurFastWithAmount>(
-        {"KXEffectsGaussianBlurFastWithAmount", "gaussian-blur-fast-with-amount", "the fast blur mixed by amount",
+        {"KXEffectsGaussianBlurFastWithAmount", "gaussian-blur-fast-with-amount", "blurs", "the fast blur mixed by amount",
          Margin::FastGaussian},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kGaussianRadius, registry_args::kBlurAmount}),
     Effect<KXEffectsGaussianBlurFastWithAmountAndMode>(
-        {"KXEffectsGaussianBlurFastWithAmountAndMode", "gaussian-blur-fast-with-amount-and-mode",
+        {"KXEffectsGaussianBlurFastWithAmountAndMode", "gaussian-blur-fast-with-amount-and-mode", "blurs",
          "the fast blur in a blend mode, mixed by amount", Margin::Whole, Catching::Catches},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kGaussianRadius, registry_args::kBlurAmount,
          registry_args::kBlurMode}),
     Effect<KXEffectsGaussianBlurTrue>(
-        {"KXEffectsGaussianBlurTrue", "gaussian-blur-true", "separable convolution with a gaussian of 2h + 1 taps",
+        {"KXEffectsGaussianBlurTrue", "gaussian-blur-true", "blurs", "separable convolution with a gaussian of 2h + 1 taps",
          Margin::TrueGaussian},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kGaussianRadius}),
     Effect<KXEffectsGaussianBlurTrueWithAmount>(
-        {"KXEffectsGaussianBlurTrueWithAmount", "gaussian-blur-true-with-amount", "the true blur mixed by amount",
+        {"KXEffectsGaussianBlurTrueWithAmount", "gaussian-blur-true-with-amount", "blurs", "the true blur mixed by amount",
          Margin::TrueGaussian},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kGaussianRadius, registry_args::kBlurAmount}),
     Effect<KXEffectsGaussianBlurTrueWithAmountAndMode>(
-        {"KXEffectsGaussianBlurTrueWithAmountAndMode", "gaussian-blur-true-with-amount-and-mode",
+        {"KXEffectsGaussianBlurTrueWithAmountAndMode", "gaussian-blur-true-with-amount-and-mode", "blurs",
          "the true blur in a blend mode, mixed by amount"},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kGaussianRadius, registry_args::kBlurAmount,
          registry_args::kBlurMode}),
     // ---- Filters ----
     Effect<KXEffectsSurfaceBlur>(
-        {"KXEffectsSurfaceBlur", "surface-blur", "edge-preserving smoothing: samples move toward similar neighbours",
+        {"KXEffectsSurfaceBlur", "surface-blur", "filters", "edge-preserving smoothing: samples move toward similar neighbours",
          Margin::Rounded},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kBoxRadius, registry_args::kSurfaceThreshold,
          FloatArg("amount", "1", "1", 0, 1, "0..1 mix with the input")}),
     Effect<KXEffectsSurfaceBlurWithOffset>(
-        {"KXEffectsSurfaceBlurWithOffset", "surface-blur-with-offset",
+        {"KXEffectsSurfaceBlurWithOffset", "surface-blur-with-offset", "filters",
          "the surface blur, its result moved by minus offset", Margin::Rounded},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kBoxRadius, registry_args::kSurfaceThreshold,
          FloatArg("amount", "1", "1", 0, 1, "0..1 mix with the input"), registry_args::kOffset}),
     Effect<KXEffectsSurfaceBlurLuminosity>(
-        {"KXEffectsSurfaceBlurLuminosity", "surface-blur-luminosity",
+        {"KXEffectsSurfaceBlurLuminosity", "surface-blur-luminosity", "filters",
          "the surface blur of the luma given back to each pixel, chroma kept; RGB only", Margin::Whole,
          Catching::Catches},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kBoxRadius, registry_args::kSurfaceThreshold,
          FloatArg("amount", "1", "1", 0, 1, "0..1 mix with the input")}),
     Effect<KXEffectsCreateLuminosityImage>(
-        {"KXEffectsCreateLuminosityImage", "create-luminosity-image",
+        {"KXEffectsCreateLuminosityImage", "create-luminosity-image", "filters",
          "a new one-plane image of the luma of an RGB image", Margin::Whole, Catching::Throws, kAllDepths, false},
         {kSourceArg, OutImageArg("OUTPUT", "the luma image"), kRectArg,
          IntegerArg("plane-bytes", "0", "0", 0, 4, "1, 2 or 4; 0 those of INPUT")}),
     Effect<KXEffectsMedian>(
-        {"KXEffectsMedian", "median", "the median of the square around each sample", Margin::Rounded,
+        {"KXEffectsMedian", "median", "filters", "the median of the square around each sample", Margin::Rounded,
          Catching::Throws, kDepth8 | kDepth16},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kBoxRadius}),
     Effect<KXEffectsDustAndScratch>(
-        {"KXEffectsDustAndScratch", "dust-and-scratch",
+        {"KXEffectsDustAndScratch", "dust-and-scratch", "filters",
          "replaces a sample by its median where they differ by the threshold or more", Margin::Rounded,
          Catching::Throws, kDepth8 | kDepth16},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kBoxRadius,
          FloatArg("threshold", "1", "0.05", 0, 1, "0..1: a sample this far from its median goes; 1 copies")}),
     Effect<KXEffectsTriangularBlur>(
-        {"KXEffectsTriangularBlur", "triangular-blur", "tent-weighted mean around each sample"},
+        {"KXEffectsTriangularBlur", "triangular-blur", "filters", "tent-weighted mean around each sample"},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kBoxRadius}),
     Effect<KXEffectsVariance>(
-        {"KXEffectsVariance", "variance", "the local standard deviation over the square around each sample",
+        {"KXEffectsVariance", "variance", "filters", "the local standard deviation over the square around each sample",
          Margin::Whole, Catching::Catches, kAllDepths, false},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kBoxRadius}),
     Effect<KXEffectsSharpen>(
-        {"KXEffectsSharpen", "sharpen", "3 x 3 sharpening", Margin::OnePixel, Catching::Throws, kAllDepths, false},
+        {"KXEffectsSharpen", "sharpen", "filters", "3 x 3 sharpening", Margin::OnePixel, Catching::Throws, kAllDepths, false},
         {kSourceArg, kDestinationArg, kRectArg}),
     Effect<KXEffectsSharpenMore>(
-        {"KXEffectsSharpenMore", "sharpen-more", "stronger 3 x 3 sharpening", Margin::OnePixel, Catching::Throws,
+        {"KXEffectsSharpenMore", "sharpen-more", "filters", "stronger 3 x 3 sharpening", Margin::OnePixel, Catching::Throws,
          kAllDepths, false},
         {kSourceArg, kDestinationArg, kRectArg}),
     Effect<KXEffectsBlur>(
-        {"KXEffectsBlur", "blur", "3 x 3 blur", Margin::OnePixel, Catching::Throws, kAllDepths, false},
+        {"KXEffectsBlur", "blur", "filters", "3 x 3 blur", Margin::OnePixel, Catching::Throws, kAllDepths, false},
         {kSourceArg, kDestinationArg, kRectArg}),
     Effect<KXEffectsBlurMore>(
-        {"KXEffectsBlurMore", "blur-more", "stronger 3 x 3 blur", Margin::OnePixel, Catching::Throws, kAllDepths,
+        {"KXEffectsBlurMore", "blur-more", "filters", "stronger 3 x 3 blur", Margin::OnePixel, Catching::Throws, kAllDepths,
          false},
         {kSourceArg, kDestinationArg, kRectArg}),
     Effect<KXEffectsFindEdges>(
-        {"KXEffectsFindEdges", "find-edges", "white minus the Sobel gradient magnitude: edges dark on white",
+        {"KXEffectsFindEdges", "find-edges", "filters", "white minus the Sobel gradient magnitude: edges dark on white",
          Margin::OnePixel, Catching::Throws, kAllDepths, false},
         {kSourceArg, kDestinationArg, kRectArg}),
     Effect<KXEffectsEmboss>(
-        {"KXEffectsEmboss", "emboss", "relief about mid-gray along a light direction", Margin::Emboss,
+        {"KXEffectsEmboss", "emboss", "filters", "relief about mid-gray along a light direction", Margin::Emboss,
          Catching::Throws, kAllDepths, false},
         {kSourceArg, kDestinationArg, kRectArg,
          FloatArg("angle", "135", "135", -360, 360, "degrees of the light direction", kArgMarginValue),
@@ -322,54 +322,54 @@ inline constexpr EffectEntry kEffectRegistry[] = {
          FloatArg("amount", "1", "1", 0, 10, "gain on the difference")}),
     // ---- Clarity and sharpening ----
     Effect<KXEffectsClarity>(
-        {"KXEffectsClarity", "clarity", "local contrast on the luma, chroma kept; RGB only", Margin::Gaussian,
+        {"KXEffectsClarity", "clarity", "sharpening", "local contrast on the luma, chroma kept; RGB only", Margin::Gaussian,
          Catching::Catches},
         {kSourceArg, kDestinationArg, kRectArg,
          FloatArg("amount", "0", "0.5", -1, 2, "gain on the difference from the blurred luma; 0 copies"),
          RadiusArg("radius", "10", "10", 0, 1000, "gaussian radius in pixels")}),
     Effect<KXEffectsUnsharpMask>(
-        {"KXEffectsUnsharpMask", "unsharp-mask", "s + (s - gaussian blur) x amount, with a soft threshold",
+        {"KXEffectsUnsharpMask", "unsharp-mask", "sharpening", "s + (s - gaussian blur) x amount, with a soft threshold",
          Margin::Gaussian},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kSharpenAmount,
          RadiusArg("radius", "2", "2", 0, 1000, "gaussian radius in pixels"), registry_args::kSharpenThreshold}),
     Effect<KXEffectsUnsharpMaskUsingSurfaceBlur>(
-        {"KXEffectsUnsharpMaskUsingSurfaceBlur", "unsharp-mask-using-surface-blur",
+        {"KXEffectsUnsharpMaskUsingSurfaceBlur", "unsharp-mask-using-surface-blur", "sharpening",
          "the unsharp mask over a surface blur", Margin::Rounded},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kSharpenAmount,
          IntegerRadiusArg("radius", "2", "3", 0, 1000, "pixels around each sample"),
          FloatArg("surface-threshold", "0.1", "0.1", 0, 1, "0..1: how far a sample may be to be blurred with")}),
     Effect<KXEffectsUnsharpMaskUsingBoxBlur>(
-        {"KXEffectsUnsharpMaskUsingBoxBlur", "unsharp-mask-using-box-blur", "the unsharp mask over a box blur",
+        {"KXEffectsUnsharpMaskUsingBoxBlur", "unsharp-mask-using-box-blur", "sharpening", "the unsharp mask over a box blur",
          Margin::Rounded},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kSharpenAmount,
          IntegerRadiusArg("radius", "2", "2", 0, 1000, "pixels around each sample"), registry_args::kSharpenThreshold}),
     Effect<KXEffectsUnsharpMaskUsingTriangularBlur>(
-        {"KXEffectsUnsharpMaskUsingTriangularBlur", "unsharp-mask-using-triangular-blur",
+        {"KXEffectsUnsharpMaskUsingTriangularBlur", "unsharp-mask-using-triangular-blur", "sharpening",
          "the unsharp mask over a triangular blur", Margin::Rounded},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kSharpenAmount,
          IntegerRadiusArg("radius", "2", "2", 0, 1000, "pixels around each sample"), registry_args::kSharpenThreshold}),
     Effect<KXEffectsHighPass>(
-        {"KXEffectsHighPass", "high-pass", "the difference from a gaussian blur around mid-gray", Margin::Gaussian,
+        {"KXEffectsHighPass", "high-pass", "sharpening", "the difference from a gaussian blur around mid-gray", Margin::Gaussian,
          Catching::Catches, kAllDepths, false},
         {kSourceArg, kDestinationArg, kRectArg, RadiusArg("radius", "4", "4", 0, 1000, "gaussian radius in pixels")}),
     Effect<KXEffectsHighPassAndLowPass>(
-        {"KXEffectsHighPassAndLowPass", "high-pass-and-low-pass",
+        {"KXEffectsHighPassAndLowPass", "high-pass-and-low-pass", "sharpening",
          "the gaussian blur into --low-pass and the high pass of it into OUTPUT", Margin::Gaussian,
          Catching::Catches, kAllDepths, false},
         {kSourceArg, kDestinationArg, DestinationArg("low-pass", ArgKind::ExtraDestination, "file for the blur"),
          kRectArg, RadiusArg("radius", "4", "4", 0, 1000, "gaussian radius in pixels")}),
     Effect<KXEffectsSharpenHighPass>(
-        {"KXEffectsSharpenHighPass", "sharpen-high-pass", "the high pass laid over the image in overlay mode",
+        {"KXEffectsSharpenHighPass", "sharpen-high-pass", "sharpening", "the high pass laid over the image in overlay mode",
          Margin::Rounded},
         {kSourceArg, kDestinationArg, kRectArg, FloatArg("amount", "0", "0.8", 0, 2, "0..1 and beyond; 0 copies"),
          IntegerRadiusArg("radius", "2", "3", 0, 1000, "box radius of the blur")}),
     Effect<KXEffectsSharpenHighPassWithOffset>(
-        {"KXEffectsSharpenHighPassWithOffset", "sharpen-high-pass-with-offset",
+        {"KXEffectsSharpenHighPassWithOffset", "sharpen-high-pass-with-offset", "sharpening",
          "the high-pass sharpening, its result moved by minus offset", Margin::Rounded},
         {kSourceArg, kDestinationArg, kRectArg, FloatArg("amount", "0", "0.8", 0, 2, "0..1 and beyond; 0 copies"),
          IntegerRadiusArg("radius", "2", "3", 0, 1000, "box radius of the blur"), registry_args::kOffset}),
     Effect<KXEffectsSharpenProgressive>(
-        {"KXEffectsSharpenProgressive", "sharpen-progressive", "sharpens against gaussian blurs at three scales",
+        {"KXEffectsSharpenProgressive", "sharpen-progressive", "sharpening", "sharpens against gaussian blurs at three scales",
          Margin::ProgressiveGaussian, Catching::Catches},
         {kSourceArg, kDestinationArg, kRectArg, FloatArg("amount", "0", "1", 0, 5, "gain; 0 copies"),
          RadiusArg("radius", "2", "2", 0, 1000, "pixels of the middle scale"),
@@ -377,58 +377,58 @@ inline constexpr EffectEntry kEffectRegistry[] = {
          registry_args::kSharpenThreshold}),
     // ---- Colour selection ----
     Effect<KXEffectsSelectColor>(
-        {"KXEffectsSelectColor", "select-color", "multiplies a mask by the nearness of each colour to one colour",
+        {"KXEffectsSelectColor", "select-color", "selection", "multiplies a mask by the nearness of each colour to one colour",
          Margin::Pointwise, Catching::Throws, kAllDepths, false},
         {kSourceArg, kMaskDestinationArg, kRectArg, registry_args::kSelectColour, registry_args::kSelectRange}),
     Effect<KXEffectsSelectLuminosity>(
-        {"KXEffectsSelectLuminosity", "select-luminosity", "multiplies a mask by a band of luma",
+        {"KXEffectsSelectLuminosity", "select-luminosity", "selection", "multiplies a mask by a band of luma",
          Margin::Pointwise, Catching::Throws, kAllDepths, false},
         {kSourceArg, kMaskDestinationArg, kRectArg, registry_args::kLow, registry_args::kHigh,
          registry_args::kFeather}),
     Effect<KXEffectsSelectSaturation>(
-        {"KXEffectsSelectSaturation", "select-saturation", "multiplies a mask by a band of saturation",
+        {"KXEffectsSelectSaturation", "select-saturation", "selection", "multiplies a mask by a band of saturation",
          Margin::Pointwise, Catching::Throws, kAllDepths, false},
         {kSourceArg, kMaskDestinationArg, kRectArg, registry_args::kLow, registry_args::kHigh,
          registry_args::kFeather}),
     Effect<KXEffectsSelectLuminosityRange>(
-        {"KXEffectsSelectLuminosityRange", "select-luminosity-range",
+        {"KXEffectsSelectLuminosityRange", "select-luminosity-range", "selection",
          "multiplies a mask by a trapezoid of luma", Margin::Whole, Catching::Throws, kAllDepths, false},
         {kSourceArg, kMaskDestinationArg, kRectArg, registry_args::kRampStart, registry_args::kRampFull,
          registry_args::kFallStart, registry_args::kFallEnd}),
     Effect<KXEffectsSelectSaturationRange>(
-        {"KXEffectsSelectSaturationRange", "select-saturation-range",
+        {"KXEffectsSelectSaturationRange", "select-saturation-range", "selection",
          "multiplies a mask by a trapezoid of saturation", Margin::Whole, Catching::Throws, kAllDepths, false},
         {kSourceArg, kMaskDestinationArg, kRectArg, registry_args::kRampStart, registry_args::kRampFull,
          registry_args::kFallStart, registry_args::kFallEnd}),
     Effect<KXEffectsSelectColors>(
-        {"KXEffectsSelectColors", "select-colors", "multiplies a mask by a preset colour or tone band",
+        {"KXEffectsSelectColors", "select-colors", "selection", "multiplies a mask by a preset colour or tone band",
          Margin::Pointwise, Catching::Throws, kAllDepths, false},
         {kSourceArg, kMaskDestinationArg, kRectArg, registry_args::kPresetCode,
          FloatArg("range", "1", "1", 0, 10, "range of a colour, feather of a band")}),
     Effect<KXEffectsSelectColorsWithRange>(
-        {"KXEffectsSelectColorsWithRange", "select-colors-with-range",
+        {"KXEffectsSelectColorsWithRange", "select-colors-with-range", "selection",
          "multiplies a mask by a tone or saturation band (codes 12 to 16)", Margin::Whole, Catching::Throws,
          kAllDepths, false},
         {kSourceArg, kMaskDestinationArg, kRectArg, IntegerArg("code", "12", "13", 12, 16, "12 to 16"),
          FloatArg("range", "0.25", "0.25", 0, 1, "width of the band's shoulders; 0 gives hard edges")}),
     Effect<KXEffectsSelectFleshColors>(
-        {"KXEffectsSelectFleshColors", "select-flesh-colors", "multiplies a mask by the skin tones of a table",
+        {"KXEffectsSelectFleshColors", "select-flesh-colors", "selection", "multiplies a mask by the skin tones of a table",
          Margin::Pointwise, Catching::Throws, kAllDepths, false},
         {kSourceArg, kMaskDestinationArg, kRectArg, IntegerArg("table", "0", "0", 0, 5, "flesh table 0 to 5"),
          FloatArg("range", "1", "1", 0, 10, "size of the skin ellipsoid"),
          FloatArg("strength", "1", "1", 0, 1, "0..1 weight of the selection"),
          BoolArg("exclude", "false", "false", "keep everything but the skin tones")}),
     Effect<KXEffectsColorRange>(
-        {"KXEffectsColorRange", "color-range", "multiplies a mask by an ellipsoid in YCbCr around a colour",
+        {"KXEffectsColorRange", "color-range", "selection", "multiplies a mask by an ellipsoid in YCbCr around a colour",
          Margin::Pointwise, Catching::Throws, kAllDepths, false},
         {kSourceArg, kMaskDestinationArg, kRectArg, registry_args::kSelectColour, registry_args::kSelectRange}),
     Effect<KXEffectsFindMaskBounds>(
-        {"KXEffectsFindMaskBounds", "find-mask-bounds", "prints the box of the non-zero samples of a one-plane image",
+        {"KXEffectsFindMaskBounds", "find-mask-bounds", "selection", "prints the box of the non-zero samples of a one-plane image",
          Margin::Whole, Catching::Throws, kAllDepths, false},
         {kMaskSourceArg, OutRectArg("bounds", "x, y, width, height")}),
     // ---- Black and white ----
     Effect<KXEffectsBlackAndWhite>(
-        {"KXEffectsBlackAndWhite", "black-and-white",
+        {"KXEffectsBlackAndWhite", "black-and-white", "black-and-white",
          "gray by a filter hue, midtone contrast, an optional grain tile and toner; RGB only", Margin::Pointwise,
          Catching::Throws, kAllDepths, false},
         {kSourceArg, kDestinationArg, kRectArg,
@@ -439,85 +439,85 @@ inline constexpr EffectEntry kEffectRegistry[] = {
          ColourArg("toner-color", "", "0.9,0.75,0.55", "r,g,b in 0..1; none leaves the gray", kArgOptional),
          FloatArg("toner-amount", "0", "0.5", 0, 1, "0..1 of the toner; 0 none")}),
     Effect<KXEffectsBlackAndWhiteColorResponse>(
-        {"KXEffectsBlackAndWhiteColorResponse", "black-and-white-color-response",
+        {"KXEffectsBlackAndWhiteColorResponse", "black-and-white-color-response", "black-and-white",
          "luma plus six responses by how much of each colour a pixel has; RGB only", Margin::Pointwise,
          Catching::Throws, kAllDepths, false},
         {kSourceArg, kDestinationArg, kRectArg,
          ColourArg("filter-color", "", "0.6,0.5,0.4", "r,g,b in 0..1 overlaid first; none is no filter", kArgOptional),
          registry_args::kResponses}),
     Effect<KXEffectsBlackAndWhiteColorResponseGetAutoMixture>(
-        {"KXEffectsBlackAndWhiteColorResponseGetAutoMixture", "black-and-white-color-response-get-auto-mixture",
+        {"KXEffectsBlackAndWhiteColorResponseGetAutoMixture", "black-and-white-color-response-get-auto-mixture", "black-and-white",
          "prints six responses from the spread of each colour over the image", Margin::Whole, Catching::Throws,
          kAllDepths, false},
         {kSourceArg, OutArg("responses", 6, "red, yellow, green, cyan, blue, magenta")}),
     Effect<KXEffectsColorFilter>(
-        {"KXEffectsColorFilter", "color-filter", "every colour plane becomes a weighted sum of the three",
+        {"KXEffectsColorFilter", "color-filter", "black-and-white", "every colour plane becomes a weighted sum of the three",
          Margin::Pointwise, Catching::Throws, kAllDepths, false},
         {kSourceArg, kDestinationArg, kRectArg, FloatArg("red", "0.299", "0.5", -2, 2, "weight of the first plane"),
          FloatArg("green", "0.587", "0.4", -2, 2, "weight of the second plane"),
          FloatArg("blue", "0.114", "0.1", -2, 2, "weight of the third plane")}),
     Effect<KXEffectsBlackAndWhiteWithColorFilter>(
-        {"KXEffectsBlackAndWhiteWithColorFilter", "black-and-white-with-color-filter",
+        {"KXEffectsBlackAndWhiteWithColorFilter", "black-and-white-with-color-filter", "black-and-white",
          "the colour filter with the weights of a hue", Margin::Pointwise, Catching::Throws, kAllDepths, false},
         {kSourceArg, kDestinationArg, kRectArg,
          FloatArg("filter-hue", "0", "0.1", 0, 1, "turns 0..1: 0 red, 0.167 yellow, 0.333 green")}),
     Effect<KXEffectsBlackWhite>(
-        {"KXEffectsBlackWhite", "black-white", "every colour plane becomes the luma (0) or the mean (1)",
+        {"KXEffectsBlackWhite", "black-white", "black-and-white", "every colour plane becomes the luma (0) or the mean (1)",
          Margin::Pointwise, Catching::Throws, kAllDepths, false},
         {kSourceArg, kDestinationArg, kRectArg, IntegerArg("mode", "0", "0", 0, 1, "0 luma, 1 mean")}),
     // ---- White balance ----
     Effect<KXEffectsTemperatureAndTint>(
-        {"KXEffectsTemperatureAndTint", "temperature-and-tint", "temperature and tint; RGB only", Margin::Pointwise},
+        {"KXEffectsTemperatureAndTint", "temperature-and-tint", "white-balance", "temperature and tint; RGB only", Margin::Pointwise},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kTemperature, registry_args::kTint}),
     Effect<KXEffectsTemperatureTintAndVibrance>(
-        {"KXEffectsTemperatureTintAndVibrance", "temperature-tint-and-vibrance",
+        {"KXEffectsTemperatureTintAndVibrance", "temperature-tint-and-vibrance", "white-balance",
          "temperature and tint, then vibrance; RGB only", Margin::Pointwise},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kTemperature, registry_args::kTint,
          registry_args::kVibrance}),
     Effect<KXEffectsTemperatureTintAndSaturation>(
-        {"KXEffectsTemperatureTintAndSaturation", "temperature-tint-and-saturation",
+        {"KXEffectsTemperatureTintAndSaturation", "temperature-tint-and-saturation", "white-balance",
          "temperature and tint, then saturation; RGB only", Margin::Pointwise},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kTemperature, registry_args::kTint,
          registry_args::kSaturation}),
     Effect<KXEffectsTemperatureTintSaturationAndVibrance>(
-        {"KXEffectsTemperatureTintSaturationAndVibrance", "temperature-tint-saturation-and-vibrance",
+        {"KXEffectsTemperatureTintSaturationAndVibrance", "temperature-tint-saturation-and-vibrance", "white-balance",
          "temperature and tint, then saturation and vibrance; RGB only", Margin::Pointwise},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kTemperature, registry_args::kTint,
          registry_args::kSaturation, registry_args::kVibrance}),
     Effect<KXEffectsVibrance>(
-        {"KXEffectsVibrance", "vibrance", "lifts the duller colours most; RGB only", Margin::Pointwise},
+        {"KXEffectsVibrance", "vibrance", "white-balance", "lifts the duller colours most; RGB only", Margin::Pointwise},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kVibrance}),
     Effect<KXEffectsAddToner>(
-        {"KXEffectsAddToner", "add-toner", "luminosity mapped through a toner colour, mixed by amount; RGB only",
+        {"KXEffectsAddToner", "add-toner", "white-balance", "luminosity mapped through a toner colour, mixed by amount; RGB only",
          Margin::Pointwise},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kToner,
          FloatArg("amount", "0", "0.5", 0, 1, "0..1 mix with the input")}),
     // ---- Automatic analysis ----
     Effect<KXEffectsAnalyzeImage>(
-        {"KXEffectsAnalyzeImage", "analyze-image",
+        {"KXEffectsAnalyzeImage", "analyze-image", "analysis",
          "prints the means and deviations of the colour planes (and luma of RGB) over the rectangle",
          Margin::Pointwise, Catching::Throws, kAllDepths, false},
         {kSourceArg, kRectArg, OutArg("means", 4, "red, green, blue and luma, or the gray plane"),
          OutArg("deviations", 4, "likewise")}),
     Effect<KXEffectsAutoColorMakeCurves>(
-        {"KXEffectsAutoColorMakeCurves", "auto-color-make-curves",
+        {"KXEffectsAutoColorMakeCurves", "auto-color-make-curves", "analysis",
          "prints three channels of curves that take the near-gray pixels toward gray; RGB only", Margin::Whole,
          Catching::Throws, kAllDepths, false},
         {kSourceArg, OutArg("curves", 0, "256 values a channel")}),
     Effect<KXEffectsAutoColorTemperatureAndTint>(
-        {"KXEffectsAutoColorTemperatureAndTint", "auto-color-temperature-and-tint",
+        {"KXEffectsAutoColorTemperatureAndTint", "auto-color-temperature-and-tint", "analysis",
          "prints the temperature and tint nearest to the auto colour", Margin::Whole, Catching::Throws, kAllDepths,
          false},
         {kSourceArg, OutArg("temperature", 1, "-1..1"), OutArg("tint", 1, "-1..1")}),
     Effect<KXEffectsAutoTone>(
-        {"KXEffectsAutoTone", "auto-tone",
+        {"KXEffectsAutoTone", "auto-tone", "analysis",
          "prints the black and white points, brightness, contrast, shadows and highlights of an RGB image",
          Margin::Whole, Catching::Throws, kAllDepths, false},
         {kSourceArg, OutArg("black", 3, "0..1 per plane"), OutArg("white", 3, "0..1 per plane"),
          OutArg("brightness", 1, "-1..1"), OutArg("contrast", 1, "-1..1"), OutArg("shadows", 1, "-1..1"),
          OutArg("highlights", 1, "-1..1")}),
     Effect<KXEffectsBlackAndWhitePointsGetPoints>(
-        {"KXEffectsBlackAndWhitePointsGetPoints", "black-and-white-points-get-points",
+        {"KXEffectsBlackAndWhitePointsGetPoints", "black-and-white-points-get-points", "analysis",
          "prints the points that clip the given fractions at each end", Margin::Whole, Catching::Throws,
          kDepth8 | kDepth16, false},
         {kSourceArg, OutArg("black", 3, "0..1 per plane"), OutArg("white", 3, "0..1 per plane"),
@@ -525,48 +525,48 @@ inline constexpr EffectEntry kEffectRegistry[] = {
          FloatArg("highlight-clip", "0.001", "0.001", 0, 1, "fraction of the pixels at or above white"),
          BoolArg("combined", "false", "false", "one histogram of the mean of the planes")}),
     Effect<KXEffectsBlackAndWhitePointsApply>(
-        {"KXEffectsBlackAndWhitePointsApply", "black-and-white-points-apply",
+        {"KXEffectsBlackAndWhitePointsApply", "black-and-white-points-apply", "analysis",
          "stretches black..white of each colour plane to 0..1", Margin::Pointwise, Catching::Throws,
          kDepth8 | kDepth16},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kBlack, registry_args::kWhite}),
     Effect<KXEffectsEqualize>(
-        {"KXEffectsEqualize", "equalize", "equalizes the histogram of all colour planes of the whole image",
+        {"KXEffectsEqualize", "equalize", "analysis", "equalizes the histogram of all colour planes of the whole image",
          Margin::Whole, Catching::Throws, kAllDepths, false},
         {kSourceArg, kDestinationArg}),
     Effect<KXEffectsEqualizeLuminosity>(
-        {"KXEffectsEqualizeLuminosity", "equalize-luminosity",
+        {"KXEffectsEqualizeLuminosity", "equalize-luminosity", "analysis",
          "equalizes the luma of the whole image, one gain a pixel so hues stay", Margin::Whole, Catching::Throws,
          kAllDepths, false},
         {kSourceArg, kDestinationArg}),
     Effect<KXEffectsEqualizeMakeCurves>(
-        {"KXEffectsEqualizeMakeCurves", "equalize-make-curves", "prints the equalization as curves", Margin::Whole,
+        {"KXEffectsEqualizeMakeCurves", "equalize-make-curves", "analysis", "prints the equalization as curves", Margin::Whole,
          Catching::Throws, kAllDepths, false},
         {kSourceArg, OutArg("curves", 0, "256 values a channel")}),
     // ---- Hue and colour ranges ----
     Effect<KXEffectsHueSaturationBrightness>(
-        {"KXEffectsHueSaturationBrightness", "hue-saturation-brightness",
+        {"KXEffectsHueSaturationBrightness", "hue-saturation-brightness", "hue",
          "turns the hue, and moves saturation and brightness; RGB only", Margin::Pointwise},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kHue, registry_args::kSaturation,
          FloatArg("brightness", "0", "0.1", -1, 1, "-1..1; 0 leaves it")}),
     Effect<KXEffectsHueSaturationLightness>(
-        {"KXEffectsHueSaturationLightness", "hue-saturation-lightness",
+        {"KXEffectsHueSaturationLightness", "hue-saturation-lightness", "hue",
          "turns the hue, and moves saturation and lightness; RGB only", Margin::Pointwise},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kHue, registry_args::kSaturation,
          FloatArg("lightness", "0", "0.1", -1, 1, "-1..1; 0 leaves it")}),
     Effect<KXEffectsTuneColors>(
-        {"KXEffectsTuneColors", "tune-colors",
+        {"KXEffectsTuneColors", "tune-colors", "hue",
          "moves eight anchor hues (or all) in hue, saturation and brightness, after temperature and tint",
          Margin::Pointwise},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kTemperature, registry_args::kTint,
          registry_args::kTuned[0], registry_args::kTuned[1], registry_args::kTuned[2]}),
     Effect<KXEffectsColorize>(
-        {"KXEffectsColorize", "colorize", "gives every pixel one hue and saturation, keeping its lightness",
+        {"KXEffectsColorize", "colorize", "hue", "gives every pixel one hue and saturation, keeping its lightness",
          Margin::Whole, Catching::Throws, kAllDepths, false},
         {kSourceArg, kDestinationArg, kRectArg, FloatArg("hue", "0.1", "0.08", 0, 1, "turns 0..1"),
          FloatArg("saturation", "0.5", "0.4", 0, 1, "0..1"),
          FloatArg("lightness", "0", "0", -1, 1, "-1 (black) to 1 (white); 0 keeps it")}),
     Effect<KXEffectsChannelMixer>(
-        {"KXEffectsChannelMixer", "channel-mixer",
+        {"KXEffectsChannelMixer", "channel-mixer", "hue",
          "red and green planes as sums of the three planes; blue turns white", Margin::Pointwise, Catching::Throws,
          kAllDepths, false},
         {kSourceArg, kDestinationArg, kRectArg, FloatArg("red-red", "1", "0.8", -1, 1, "weight of red in red"),
@@ -576,13 +576,13 @@ inline constexpr EffectEntry kEffectRegistry[] = {
          FloatArg("green-green", "1", "0.9", -1, 1, "weight of green in green"),
          FloatArg("green-blue", "0", "0", -1, 1, "weight of blue in green")}),
     Effect<KXEffectsPurity>(
-        {"KXEffectsPurity", "purity", "bleaches the colour out of the darkest and lightest tones; RGB only",
+        {"KXEffectsPurity", "purity", "hue", "bleaches the colour out of the darkest and lightest tones; RGB only",
          Margin::Pointwise},
         {kSourceArg, kDestinationArg, kRectArg,
          FloatArg("shadows", "0", "0.3", 0, 1, "width of the dark band in luma, 0..1"),
          FloatArg("highlights", "0", "0.2", 0, 1, "width of the light band in luma, 0..1")}),
     Effect<KXEffectsProtectColors>(
-        {"KXEffectsProtectColors", "protect-colors",
+        {"KXEffectsProtectColors", "protect-colors", "hue",
          "lays ADJUSTED over INPUT except in the protected dark and light bands and skin tones",
          Margin::Pointwise, Catching::Catches, kAllDepths, false},
         {kSourceArg, ImageArg("ADJUSTED", "the adjusted image"), kDestinationArg, kRectArg,
@@ -592,29 +592,29 @@ inline constexpr EffectEntry kEffectRegistry[] = {
          IntegerArg("skin-table", "0", "0", 0, 5, "flesh table 0 to 5")}),
     // ---- Grain and noise ----
     Effect<KXEffectsAddNoise>(
-        {"KXEffectsAddNoise", "add-noise", "adds uniform noise of up to amount x white to each colour plane",
+        {"KXEffectsAddNoise", "add-noise", "grain", "adds uniform noise of up to amount x white to each colour plane",
          Margin::Pointwise},
         {kSourceArg, kDestinationArg, kRectArg,
          IntegerArg("noise-type", "0", "2", 0, 2, "0 per sample, 1 per pixel, 2 a fixed tile by position"),
          FloatArg("amount", "0", "0.1", 0, 1, "0..1 of white, the largest change; 0 copies")}),
     Effect<KXEffectsApplyFilmGrain>(
-        {"KXEffectsApplyFilmGrain", "apply-film-grain",
+        {"KXEffectsApplyFilmGrain", "apply-film-grain", "grain",
          "overlays GRAIN, placed by its bounds and at least as large, one byte a column", Margin::Pointwise},
         {kSourceArg, kDestinationArg, kRectArg, ImageArg("GRAIN", "the grain image"), registry_args::kGrainAmount}),
     Effect<KXEffectsApplyFilmGrainTile>(
-        {"KXEffectsApplyFilmGrainTile", "apply-film-grain-tile",
+        {"KXEffectsApplyFilmGrainTile", "apply-film-grain-tile", "grain",
          "overlays a power-of-two grain tile repeated over the image and magnified by a scale", Margin::Pointwise},
         {kSourceArg, kDestinationArg, kRectArg, ImageArg("TILE", "a power-of-two grain tile"),
          registry_args::kGrainAmount, FloatArg("scale", "1", "1.5", 0.1f, 16, "image pixels per tile pixel, above 0")}),
     // ---- Shadows and local tone ----
     Effect<KXEffectsShadowsAndHilites>(
-        {"KXEffectsShadowsAndHilites", "shadows-and-hilites",
+        {"KXEffectsShadowsAndHilites", "shadows-and-hilites", "local-tone",
          "lifts dark neighbourhoods and holds back bright ones; RGB only", Margin::Gaussian},
         {kSourceArg, kDestinationArg, kRectArg,
          RadiusArg("radius", "20", "8", 0, 1000, "gaussian radius of the neighbourhood in pixels"),
          FloatArg("shadows", "0", "0.4", 0, 1, "0..1"), FloatArg("highlights", "0", "0.3", 0, 1, "0..1")}),
     Effect<KXEffectsApplyContrastMask>(
-        {"KXEffectsApplyContrastMask", "apply-contrast-mask",
+        {"KXEffectsApplyContrastMask", "apply-contrast-mask", "local-tone",
          "mixes in the overlay of the inverted blurred luma outside a protected band; RGB only", Margin::Gaussian},
         {kSourceArg, kDestinationArg, kRectArg, RadiusArg("radius", "20", "8", 0, 1000, "gaussian radius in pixels"),
          FloatArg("dark-amount", "0", "0.5", 0, 1, "0..1 below the band"),
@@ -624,11 +624,11 @@ inline constexpr EffectEntry kEffectRegistry[] = {
          FloatArg("high-band", "0.75", "0.75", 0, 1, "luma where the band ends"),
          FloatArg("high-feather", "1", "1", 0, 10, "softness of the band's end")}),
     Effect<KXEffectsAdjustShadows>(
-        {"KXEffectsAdjustShadows", "adjust-shadows", "reshapes the tones below a threshold", Margin::Pointwise},
+        {"KXEffectsAdjustShadows", "adjust-shadows", "local-tone", "reshapes the tones below a threshold", Margin::Pointwise},
         {kSourceArg, kDestinationArg, kRectArg, FloatArg("strength", "0", "0.5", -1, 1, "-1..1: slope at black"),
          FloatArg("threshold", "0.5", "0.5", 0, 1, "0..1: where the knee meets the line")}),
     Effect<KXEffectsAdjustTone>(
-        {"KXEffectsAdjustTone", "adjust-tone",
+        {"KXEffectsAdjustTone", "adjust-tone", "local-tone",
          "black and white points, brightness, midtone contrast and curves as one table", Margin::Pointwise,
          Catching::Catches, kAllDepths, false},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kBlack, registry_args::kWhite,
@@ -637,41 +637,41 @@ inline constexpr EffectEntry kEffectRegistry[] = {
          CurvesArg("second-curves", "", "", "a curve applied last", kArgOptional)}),
     // ---- Tone controls ----
     Effect<KXEffectsBrightnessContrast>(
-        {"KXEffectsBrightnessContrast", "brightness-contrast", "brightness and contrast on each colour plane",
+        {"KXEffectsBrightnessContrast", "brightness-contrast", "tone", "brightness and contrast on each colour plane",
          Margin::Pointwise},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kBrightness, registry_args::kContrast}),
     Effect<KXEffectsBrightnessContrastWithMask>(
-        {"KXEffectsBrightnessContrastWithMask", "brightness-contrast-with-mask",
+        {"KXEffectsBrightnessContrastWithMask", "brightness-contrast-with-mask", "tone",
          "brightness and contrast scaled by a mask at each pixel", Margin::Pointwise},
         {kSourceArg, kDestinationArg, registry_args::kMask, kRectArg, registry_args::kBrightness,
          registry_args::kContrast}),
     Effect<KXEffectsBrightnessMidtoneContrast>(
-        {"KXEffectsBrightnessMidtoneContrast", "brightness-midtone-contrast",
+        {"KXEffectsBrightnessMidtoneContrast", "brightness-midtone-contrast", "tone",
          "brightness and S-shaped midtone contrast on each colour plane", Margin::Pointwise},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kBrightness, registry_args::kMidtoneContrast}),
     Effect<KXEffectsBrightnessMidtoneContrastWithMask>(
-        {"KXEffectsBrightnessMidtoneContrastWithMask", "brightness-midtone-contrast-with-mask",
+        {"KXEffectsBrightnessMidtoneContrastWithMask", "brightness-midtone-contrast-with-mask", "tone",
          "brightness and midtone contrast scaled by a mask at each pixel", Margin::Pointwise},
         {kSourceArg, kDestinationArg, registry_args::kMask, kRectArg, registry_args::kBrightness,
          registry_args::kMidtoneContrast}),
     Effect<KXEffectsBrightnessWithMask>(
-        {"KXEffectsBrightnessWithMask", "brightness-with-mask", "brightness, optionally with a signed mask",
+        {"KXEffectsBrightnessWithMask", "brightness-with-mask", "tone", "brightness, optionally with a signed mask",
          Margin::Pointwise},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kBrightness, registry_args::kSignedMask}),
     Effect<KXEffectsMidtoneContrast>(
-        {"KXEffectsMidtoneContrast", "midtone-contrast", "S-shaped midtone contrast on each colour plane",
+        {"KXEffectsMidtoneContrast", "midtone-contrast", "tone", "S-shaped midtone contrast on each colour plane",
          Margin::Pointwise},
         {kSourceArg, kDestinationArg, kRectArg, FloatArg("strength", "0", "0.4", -1, 1, "-1..1; 0 leaves it")}),
     Effect<KXEffectsMidtoneContrastAltWithMask>(
-        {"KXEffectsMidtoneContrastAltWithMask", "midtone-contrast-alt-with-mask",
+        {"KXEffectsMidtoneContrastAltWithMask", "midtone-contrast-alt-with-mask", "tone",
          "midtone contrast reaching past +-1 into plain contrast, with a signed mask", Margin::Pointwise},
         {kSourceArg, kDestinationArg, kRectArg, FloatArg("strength", "0", "1.3", -2, 2, "-2..2; 0 leaves it"),
          registry_args::kSignedMask}),
     Effect<KXEffectsExposure>(
-        {"KXEffectsExposure", "exposure", "a soft-shouldered exposure that keeps the hue of every pixel"},
+        {"KXEffectsExposure", "exposure", "tone", "a soft-shouldered exposure that keeps the hue of every pixel"},
         {kSourceArg, kDestinationArg, kRectArg, FloatArg("exposure", "1", "1.6", 0, 8, "multiplier; 1 copies")}),
     Effect<KXEffectsBrightnessHazeSaturation>(
-        {"KXEffectsBrightnessHazeSaturation", "brightness-haze-saturation",
+        {"KXEffectsBrightnessHazeSaturation", "brightness-haze-saturation", "tone",
          "brightness and saturation, then haze lifts black toward gray; RGB only", Margin::Pointwise},
         {kSourceArg, kDestinationArg, kRectArg, registry_args::kBrightness,
          FloatArg("haze", "0", "0.2", 0, 1, "0..1: the level black is lifted to"),

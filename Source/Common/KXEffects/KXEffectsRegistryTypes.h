@@ -131,6 +131,7 @@ inline constexpr size_t kMaxArgs = 14;
 struct EffectEntry {
     const char* cName;   // "KXEffectsBoxBlur"
     const char* cliName; // "box-blur"
+    const char* family;  // "blurs": the group it is listed, fuzzed and shown in
     const char* summary;
     Margin margin;
     Catching catching;
@@ -182,6 +183,7 @@ template <auto Function> KXEffectProc ProcOf()
 struct EntryFacts {
     const char* cName;
     const char* cliName;
+    const char* family;
     const char* summary;
     Margin margin = Margin::Whole;
     Catching catching = Catching::Throws;
@@ -198,7 +200,7 @@ consteval EffectEntry Effect(const EntryFacts& facts, const ArgSpec (&args)[N])
     static_assert(N <= kMaxArgs);
     if (!Sig::Matches(args))
         throw "the arguments of a registry entry do not match its function";
-    EffectEntry entry{facts.cName, facts.cliName, facts.summary, facts.margin,       facts.catching,
+    EffectEntry entry{facts.cName, facts.cliName, facts.family, facts.summary, facts.margin,       facts.catching,
                       facts.depths, facts.neutralCopies, uint8_t(N), {},           &registry_detail::ProcOf<Proc>,
                       &Sig::template Invoke<Function>};
     for (size_t i = 0; i < N; ++i)
