@@ -1,6 +1,7 @@
 // Gaussian blurs: the true blur against OpenCV's separable filter, the fast blur as three boxes, the 30 mode
 // codes and their failures, the switch at 10.0 and the host's tiles.
 #include "BlurTestImages.h"
+#include "KXEffectsBlendModes.h"
 #include "KXEffectsGaussianBlur.h"
 
 #include <opencv2/imgproc.hpp>

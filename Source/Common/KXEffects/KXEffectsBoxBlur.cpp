@@ -1,8 +1,7 @@
-// Box blurs by running sums, a few additions per sample whatever the window, and the fast gaussian blur
-// made of three of them.
+// Box blurs by running sums, a few additions per sample whatever the window.
 #include "KXEffectsBoxBlur.h"
+#include "KXEffectsBlurModes.h"
 #include "KXEffectsDispatch.h"
-#include "KXEffectsGaussianBlur.h"
 #include "KXEffectsRowLoop.h"
 
 #include <cmath>
@@ -13,7 +12,6 @@
 namespace {
 
 constexpr const char* kSourceFile = "Source/Common/KXEffects/KXEffectsBoxBlur";
-constexpr KXPoint kNoOffset = {0, 0};
 
 // Offsets of the window from the output pixel, both ends included; it need not be centred.
 struct BoxWindow {
@@ -357,43 +355,6 @@ int32_t BoxBlurBlendDispatch(KXImage* reference, KXImage* source, KXImage* desti
                                                                {amount, 0.0f});
 }
 
-// The fast blur's last pass, from the temporary with source as reference: the amount mix for "norm", the
-// mode's blend for the others.
-int32_t FinishFastGaussianBlur(KXImage* source, KXImage* temporary, KXImage* destination, const KXRect* rect,
-                               int32_t radius, float amount, uint32_t blendMode)
-{
-    return DispatchBlurMode(blendMode, [&](auto tag) {
-        using Mode = typename decltype(tag)::Type;
-        if constexpr (std::is_same_v<Mode, BlurNormal>)
-            return BoxBlurDispatch(source, temporary, destination, rect, radius, kNoOffset, amount);
-        else
-            return BoxBlurBlendDispatch<Mode>(source, temporary, destination, rect, radius, kNoOffset, amount);
-    });
-}
-
-// Boxes of radii q, r, r over rect grown by 2r, then r, then rect itself. Below radius 1.1 r is 0: the
-// last two passes copy, the temporary reaches destination whole and amount and mode play no part.
-int32_t FastGaussianBlur(KXImage* source, KXImage* destination, const KXRect* rect, float radius, float amount,
-                         uint32_t blendMode)
-{
-    if (!(radius > 0.0f) || !(amount > 0.0f))
-        return KXEffectsCopyRect(source, destination, CEffectRect::FromKXRect(*rect), kNoOffset);
-    const FastGaussianRadii radii = FastGaussianRadiiOf(radius);
-    KXRect work = KXRectOutset(rect, 2 * radii.second);
-    CImageRef temporary(KXEffectsCreateWorkImageLike(destination, &work, kSourceFile, __LINE__));
-    // Its alpha is never written by the boxes: cleared, it reaches destination as 0, not as stale memory.
-    if (radii.second == 0)
-        KX_THROW_IF_ERROR(KXImageFill(temporary, 0.0f));
-    KX_THROW_IF_ERROR(BoxBlurPlainDispatch(source, temporary, &work, radii.first, kNoOffset, 1.0f));
-    work = KXRectOutset(&work, -radii.second);
-    KX_THROW_IF_ERROR(BoxBlurPlainDispatch(temporary, temporary, &work, radii.second, kNoOffset, 1.0f));
-    KX_THROW_IF_ERROR(
-        FinishFastGaussianBlur(source, temporary, destination, rect, radii.second, amount, blendMode));
-    if (BlurModeReportsBadParam(blendMode))
-        KX_RAISE(kKXErrBadParam);
-    return kKXNoErr;
-}
-
 } // namespace
 
 int32_t BoxBlurDispatch(KXImage* reference, KXImage* source, KXImage* destination, const KXRect* rect,
@@ -413,6 +374,18 @@ int32_t BoxBlurPlainDispatch(KXImage* source, KXImage* destination, const KXRect
                              KXPoint offset, float amount)
 {
     return RadiusDispatch<PlainFinish>({nullptr, source, destination}, rect, radius, offset, {amount, 0.0f});
+}
+
+int32_t BoxBlurModeDispatch(KXImage* reference, KXImage* source, KXImage* destination, const KXRect* rect,
+                            int32_t radius, KXPoint offset, float amount, uint32_t blendMode)
+{
+    return DispatchBlurMode(blendMode, [&](auto tag) {
+        using Mode = typename decltype(tag)::Type;
+        if constexpr (std::is_same_v<Mode, BlurNormal>)
+            return BoxBlurDispatch(reference, source, destination, rect, radius, offset, amount);
+        else
+            return BoxBlurBlendDispatch<Mode>(reference, source, destination, rect, radius, offset, amount);
+    });
 }
 
 // ---- Entry points ----
@@ -471,27 +444,5 @@ int32_t KXEffectsBoxBlurInt(KXImage* source, KXImage* destination, const KXRect*
         if (KXImageGetDepth(source) == 32)
             return RunBoxCore<AmountFinish, uint32_t, uint64_t>(images, effectRect, window, kNoOffset, settings);
         return RunBoxCoreForDepth<AmountFinish>(images, effectRect, window, kNoOffset, settings, false);
-    });
-}
-
-int32_t KXEffectsGaussianBlurFast(KXImage* source, KXImage* destination, const KXRect* rect, float radius)
-{
-    return KXEffectsGaussianBlurFastWithAmountAndMode(source, destination, rect, radius, 1.0f, FourCharCode("norm"));
-}
-
-int32_t KXEffectsGaussianBlurFastWithAmount(KXImage* source, KXImage* destination, const KXRect* rect, float radius,
-                                            float amount)
-{
-    return KXEffectsGaussianBlurFastWithAmountAndMode(source, destination, rect, radius, amount,
-                                                      FourCharCode("norm"));
-}
-
-int32_t KXEffectsGaussianBlurFastWithAmountAndMode(KXImage* source, KXImage* destination, const KXRect* rect,
-                                                   float radius, float amount, uint32_t blendMode)
-{
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    return KXEffectsCatchStatus(kSourceFile, __LINE__, [&] {
-        return FastGaussianBlur(source, destination, rect, radius, amount, blendMode);
     });
 }

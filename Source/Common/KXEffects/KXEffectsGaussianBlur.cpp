@@ -1,11 +1,13 @@
 // The true gaussian blur, a separable convolution with a sampled gaussian, and the front door that takes it
 // below radius 10.0 and the fast blur of three boxes from there on.
 #include "KXEffectsGaussianBlur.h"
+#include "KXEffectsBlurModes.h"
 #include "KXEffectsDispatch.h"
 #include "KXEffectsDotProduct.h"
 #include "KXEffectsRowLoop.h"
 
 #include <algorithm>
+#include <cmath>
 #include <memory>
 #include <type_traits>
 

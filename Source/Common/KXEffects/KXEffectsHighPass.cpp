@@ -1,6 +1,5 @@
 // High pass: the difference between the image and its gaussian blur, centred on mid-gray; with the low pass
 // kept beside it when asked.
-#include "KXEffectsGaussianBlur.h"
 #include "KXEffectsSharpening.h"
 
 #include <algorithm>

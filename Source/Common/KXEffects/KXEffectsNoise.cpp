@@ -5,8 +5,8 @@
 
 #include "KXEffectsBlendModes.h"
 #include "KXEffectsDispatch.h"
-#include "KXEffectsGaussianBlur.h"
 #include "KXEffectsRowLoop.h"
+#include "KXEffectsSample.h"
 
 #include <algorithm>
 #include <array>

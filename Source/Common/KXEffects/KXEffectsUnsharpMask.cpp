@@ -1,7 +1,7 @@
 // The unsharp masks: the source blurred into the destination by one of four blurs, then the difference
 // between source and blur scaled by amount and added back, optionally past a soft threshold.
 #include "KXEffectsBoxBlur.h"
-#include "KXEffectsGaussianBlur.h"
+#include "KXEffectsSample.h"
 #include "KXEffectsSharpening.h"
 #include "KXEffectsSurfaceBlur.h"
 

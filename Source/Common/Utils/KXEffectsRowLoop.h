@@ -1,5 +1,5 @@
-// The common row loop of the effects: views on source and destination, alpha carried across, then the
-// colour planes of every pixel.
+// The common row loops of the effects: views on source and destination, alpha carried across, then the
+// colour planes of every pixel; and the read-only pixel loop of the analyses.
 #pragma once
 
 #include "KXEffectsDispatch.h"
@@ -110,4 +110,27 @@ void ForEachPixel(KXImage* source, KXImage* destination, const CEffectRect& rect
                                    pixelKernel(in + x * planes, out + x * planes, colourPlanes);
                            });
                        });
+}
+
+// The whole image as a rectangle.
+inline CEffectRect BoundsOf(KXImage* image)
+{
+    return CEffectRect::FromKXRect(KXImageGetBounds(image));
+}
+
+// pixelFn(pixel, planes, colourPlanes) for every pixel of rect, read only.
+template <class Sample, class PixelFn>
+void ForEachImagePixel(KXImage* image, const CEffectRect& rect, PixelFn&& pixelFn)
+{
+    if (rect.IsEmpty())
+        return;
+    CImageView view(image);
+    WithPlaneCounts(LayoutOf(image), [&](auto planes, auto colourPlanes) {
+        for (int32_t row = rect.top; row < rect.bottom; ++row) {
+            const auto* in = static_cast<const Sample*>(view.ReadRow(row, rect.left, rect.Width()));
+            for (int32_t x = 0; x < rect.Width(); ++x)
+                pixelFn(in + x * planes, planes, colourPlanes);
+        }
+    });
+    view.Detach();
 }

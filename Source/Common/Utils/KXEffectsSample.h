@@ -1,4 +1,5 @@
-// Sample traits: the one place that knows white, its reciprocal and the store rule of each depth.
+// Sample traits: the one place that knows white, its reciprocal and the store rule of each depth, and the
+// conversion of a value to a 32-bit integer as the processor makes it.
 #pragma once
 
 #include <cstdint>
@@ -67,4 +68,11 @@ template <class Sample> inline Sample FromUnit(float value)
 template <class Sample> inline float ClampToWhite(float value)
 {
     return value < 0.0f ? 0.0f : (value > kWhite<Sample> ? kWhite<Sample> : value);
+}
+
+// Truncation toward zero as the processor converts: NaN and values beyond 32 bits give INT32_MIN, so an
+// absurd radius falls to the plain copy like a negative one.
+inline int32_t TruncateToInt32(double value)
+{
+    return value > -2147483649.0 && value < 2147483648.0 ? int32_t(value) : INT32_MIN;
 }
