@@ -376,8 +376,8 @@ KX_EXPORT int32_t KXEffectsVibrance(KXImage* source, KXImage* destination, const
    with the source. */
 KX_EXPORT int32_t KXEffectsAddToner(KXImage* source, KXImage* destination, const KXRect* rect,
                                     const float* tonerColor, float amount);
-/* The temperature and tint, in hundredths within the bounds, that make grayColor most neutral; 0, 0 for
-   a colour that is already neutral. */
+/* The temperature and tint, in hundredths within the bounds (limited to -1..1), that make grayColor most
+   neutral; 0, 0 for a colour that is already neutral. A NaN bound is kKXErrBadParam. */
 KX_EXPORT int32_t KXEffectsTemperatureAndTintForGray(const float* grayColor, float* temperature, float* tint);
 KX_EXPORT int32_t KXEffectsTemperatureAndTintForGrayWithRanges(const float* grayColor, float* temperature,
                                                                float* tint, float minTemperature,
@@ -452,7 +452,7 @@ KX_EXPORT int32_t KXEffectsTuneColors(KXImage* source, KXImage* destination, con
                                       float tint, const float* hues, const float* saturations,
                                       const float* brightnesses);
 /* The tuner's working tables, in anchor order, from the caller's nine-entry settings; returns the eight
-   anchor hues. */
+   anchor hues, or null when a pointer is null. */
 KX_EXPORT const float* KXEffectsTuneColorsGetHueTables(const float* hues, const float* saturations,
                                                        const float* brightnesses, float* hueShifts,
                                                        float* saturationGains, float* brightnessGains,

@@ -21,7 +21,7 @@ inline int32_t GaussianBlurOutset(float radius)
     if (!(radius >= 10.0f))
         return TrueGaussianHalfWidth(radius);
     const FastGaussianRadii radii = FastGaussianRadiiOf(radius);
-    return radii.first + 2 * radii.second;
+    return SaturateToInt32(int64_t(radii.first) + 2 * int64_t(radii.second));
 }
 
 // The luma of grown (one plane at the source's depth) blurred in place over rect: the exact gaussian below

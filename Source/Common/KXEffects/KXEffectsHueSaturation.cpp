@@ -256,6 +256,9 @@ const float* KXEffectsTuneColorsGetHueTables(const float* hues, const float* sat
                                              float* hueShifts, float* saturationGains, float* brightnessGains,
                                              float* reciprocalGaps)
 {
+    if (!hues || !saturations || !brightnesses || !hueShifts || !saturationGains || !brightnessGains ||
+        !reciprocalGaps)
+        return nullptr;
     for (int32_t slot = 0; slot < kAnchors; ++slot) {
         const int32_t index = (slot + 1) % kAnchors;
         saturationGains[slot] = saturations[index];

@@ -19,7 +19,7 @@ int32_t OutsetByRule(Margin rule, float value)
         return GaussianBlurOutset(value);
     case Margin::FastGaussian: {
         const FastGaussianRadii radii = FastGaussianRadiiOf(value);
-        return radii.first + 2 * radii.second;
+        return SaturateToInt32(int64_t(radii.first) + 2 * int64_t(radii.second));
     }
     case Margin::TrueGaussian:
         return TrueGaussianHalfWidth(value);
@@ -27,7 +27,7 @@ int32_t OutsetByRule(Margin rule, float value)
         // The coarsest of its four scales.
         return GaussianBlurOutset(4.0f * value);
     case Margin::Emboss:
-        return 1 - TruncateToInt32(-0.5f * value);
+        return SaturateToInt32(1 - int64_t(TruncateToInt32(-0.5f * value)));
     }
     return -1;
 }

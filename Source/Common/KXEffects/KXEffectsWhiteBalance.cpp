@@ -6,6 +6,7 @@
 #include "KXEffectsRowLoop.h"
 #include "KXEffectsToneCurves.h"
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 
@@ -87,10 +88,10 @@ bool HasColour(const float* rgb)
     return std::max({rgb[0], rgb[1], rgb[2]}) > std::min({rgb[0], rgb[1], rgb[2]});
 }
 
-// x in hundredths, halves away from zero.
+// x in hundredths, halves away from zero, within the search's -1..1, so that the scan stays 201 x 201.
 int32_t Hundredths(float x)
 {
-    const float scaled = x * 100.0f;
+    const float scaled = std::clamp(x, -1.0f, 1.0f) * 100.0f;
     return int32_t(scaled >= 0.0f ? scaled + 0.5f : scaled - 0.5f);
 }
 
@@ -315,6 +316,9 @@ int32_t KXEffectsTemperatureAndTintForGrayWithRanges(const float* grayColor, flo
         return kKXErrBadParam;
     *temperature = 0.0f;
     *tint = 0.0f;
+    for (float bound : {minTemperature, maxTemperature, minTint, maxTint})
+        if (std::isnan(bound))
+            return kKXErrBadParam;
     const int32_t temperatureLow = Hundredths(minTemperature), temperatureHigh = Hundredths(maxTemperature);
     const int32_t tintLow = Hundredths(minTint), tintHigh = Hundredths(maxTint);
     if (!HasColour(grayColor) || temperatureLow > temperatureHigh)

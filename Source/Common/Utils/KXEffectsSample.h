@@ -76,3 +76,10 @@ inline int32_t TruncateToInt32(double value)
 {
     return value > -2147483649.0 && value < 2147483648.0 ? int32_t(value) : INT32_MIN;
 }
+
+// Sums of such integers taken in 64 bits come back within 32: an absurd radius gives an absurd reach, never
+// an overflow.
+inline int32_t SaturateToInt32(int64_t value)
+{
+    return value < INT32_MIN ? INT32_MIN : (value > INT32_MAX ? INT32_MAX : int32_t(value));
+}

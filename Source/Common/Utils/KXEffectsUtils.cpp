@@ -232,6 +232,9 @@ void* KXEffectsAlignedAlloc(size_t count)
 {
     // The count is scaled as if it were a float count, though callers pass bytes: the block is about
     // four times larger, which leaves room for padded vector reads past the end.
+    // A count whose scaled size would pass the range of size_t has no block.
+    if (count > SIZE_MAX / 8 - 32)
+        return nullptr;
     const size_t alignment = gWideVectors ? 32 : 16;
     const size_t size = gWideVectors ? ((count + 31) >> 3) << 5 : ((count + 15) >> 2) << 4;
     void* block = std::aligned_alloc(alignment, size);
@@ -266,6 +269,7 @@ float KXEffectsDotProductScalar(const float* a, const float* b, int32_t n)
 void KXEffectsDotProduct4(const float* a, const float* const* rows, float* out, int32_t n)
 {
     float sum[4] = {};
+    n = std::max(n, 0); // a negative count is an empty product, not a read before the arrays
     const int32_t blocked = n & ~3;
     for (int32_t i = 0; i < blocked; ++i)
         for (int32_t r = 0; r < 4; ++r)
