@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that build, test and run KXEffects.
 set -euo pipefail
-packages=(cmake g++ make pkg-config python3 googletest libgtest-dev libbenchmark-dev libopencv-dev liblcms2-dev
-          ocl-icd-libopencl1 opencl-headers pocl-opencl-icd)
+packages=(cmake g++ make pkg-config python3 clang-format googletest libgtest-dev libbenchmark-dev libopencv-dev
+          liblcms2-dev ocl-icd-libopencl1 opencl-headers pocl-opencl-icd)
 missing=()
 for package in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' || missing+=("$package")

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace {
 
@@ -183,27 +184,60 @@ TEST(Noise, FilmGrainOverlaysTheGrainImageOrRendersItOnGray)
             }
 }
 
-// Four-byte destinations are addressed as bytes: without a source, colour bytes take round(gray result),
-// the byte behind them 1, and the other bytes of each pixel stay.
-TEST(Noise, FilmGrainOnFloatImagesWritesBytes)
+// Bytes that step through the values from start, for images whose every byte should be told apart.
+std::vector<uint8_t> BytePattern(size_t count, uint32_t start, uint32_t step)
+{
+    std::vector<uint8_t> bytes(count);
+    for (size_t i = 0; i < count; ++i)
+        bytes[i] = uint8_t(start + uint32_t(i) * step);
+    return bytes;
+}
+
+// Four-byte destinations are addressed as bytes: each pixel's first colour-plane-count bytes take the
+// overlay of the raw source byte (or the gray), stored as result + 0.5 truncated into the byte; without a
+// source the byte behind them is 1 when there is a transparency plane. Every other byte keeps what the
+// destination held, except that a source with a transparency plane is first copied over the row.
+TEST(Noise, FilmGrainOnFloatImagesWritesOnlyTheLeadingBytes)
 {
     const TestImage grain = RandomGrain();
-    for (bool lockable : kLockable) {
-        TestImage image(kBounds, 32, 4, 1, lockable);
-        image.SetSamples(std::vector<float>(size_t(kBounds.width) * kBounds.height * 4, 0.25f));
-        const KXRect rect = KXRectMake(0, 3, 4, 2);
-        ASSERT_EQ(KXEffectsApplyFilmGrain(nullptr, image, &rect, grain, 0.9f), kKXNoErr);
-        uint8_t before[16], after[16];
-        const float quarter[4] = {0.25f, 0.25f, 0.25f, 0.25f};
-        std::memcpy(before, quarter, sizeof before);
-        const KXRect one = KXRectMake(1, 4, 1, 1);
-        KXImageRead2(image, &one, 0, -1, after, -1, 0);
-        const float g = grain.At(-1, 3, 0) / 255.0f;
-        const uint8_t gray = uint8_t(int32_t(g * 0.9f + (1.0f - 0.9f) * 0.5f + 0.5f));
-        const uint8_t expected[16] = {gray, gray, gray, 1, before[4], before[5], before[6], before[7], before[8],
-                                      before[9], before[10], before[11], before[12], before[13], before[14], before[15]};
-        EXPECT_EQ(std::vector<uint8_t>(after, after + 16), std::vector<uint8_t>(expected, expected + 16));
-    }
+    const float amount = 0.6f;
+    for (const auto& [planes, transparency] : {std::pair{1, 0}, std::pair{3, 0}, std::pair{4, 1}})
+        for (bool withSource : {true, false})
+            for (bool lockable : kLockable) {
+                SCOPED_TRACE(CaseName(32, lockable, withSource ? "source" : "gray") + " planes " + std::to_string(planes));
+                TestImage source(kBounds, 32, planes, transparency, lockable),
+                    destination(kBounds, 32, planes, transparency, lockable);
+                const size_t pixelBytes = size_t(planes) * 4;
+                const size_t count = size_t(kBounds.width) * kBounds.height * pixelBytes;
+                const std::vector<uint8_t> in = BytePattern(count, 11, 37), held = BytePattern(count, 200, 53);
+                KXImageWrite2(source, &kBounds, 0, -1, in.data(), -1, 0);
+                KXImageWrite2(destination, &kBounds, 0, -1, held.data(), -1, 0);
+                ASSERT_EQ(KXEffectsApplyFilmGrain(withSource ? source.get() : nullptr, destination, &kRect, grain, amount),
+                          kKXNoErr);
+                std::vector<uint8_t> expected = held, out(count);
+                KXImageRead2(destination, &kBounds, 0, -1, out.data(), -1, 0);
+                for (size_t pixel = 0; pixel < count / pixelBytes; ++pixel) {
+                    if (!Inside(pixel))
+                        continue;
+                    const size_t at = pixel * pixelBytes;
+                    const int32_t x = kBounds.x + int32_t(pixel) % kBounds.width,
+                                  y = kBounds.y + int32_t(pixel) / kBounds.width;
+                    const float g = UnitOf(grain.At(x - 2, y - 1, 0), 8);
+                    if (withSource && transparency != 0)
+                        std::copy_n(in.begin() + ptrdiff_t(at), pixelBytes, expected.begin() + ptrdiff_t(at));
+                    const int32_t colourPlanes = planes - transparency;
+                    for (int32_t c = 0; c < colourPlanes; ++c) {
+                        const float result = withSource ? Overlaid(in[at + size_t(c)], g, amount)
+                                                        : g * amount + (1.0f - amount) * 0.5f;
+                        expected[at + size_t(c)] = uint8_t(int32_t(result + 0.5f));
+                    }
+                    if (!withSource && transparency != 0)
+                        expected[at + size_t(colourPlanes)] = 1;
+                }
+                for (size_t i = 0; i < count; ++i)
+                    ASSERT_EQ(int32_t(out[i]), int32_t(expected[i])) << "byte " << i % pixelBytes << " of pixel "
+                                                                     << i / pixelBytes;
+            }
 }
 
 // A tile of four values at a scale: the bilinear mean at each pixel centre, read in doubles.

@@ -1,6 +1,7 @@
 # Installs the built project into a fresh prefix, then builds and runs programs outside the tree against
-# it: a CMake project through find_package, and a C file through the flags of pkg-config.
-# Takes SOURCE_DIR, BINARY_DIR, WORK_DIR, BUILD_TYPE and SANITIZE.
+# it: a CMake project through find_package, and a C file through the flags of pkg-config; and runs the
+# installed kxfx (when TOOL_BINDIR, its directory under the prefix, is given) with no library path.
+# Takes SOURCE_DIR, BINARY_DIR, WORK_DIR, BUILD_TYPE, SANITIZE and TOOL_BINDIR.
 cmake_minimum_required(VERSION 3.20)
 
 foreach(variable SOURCE_DIR BINARY_DIR WORK_DIR BUILD_TYPE)
@@ -59,3 +60,19 @@ find_program(c_compiler NAMES cc gcc clang REQUIRED)
 run_step("compile with the pkg-config flags" ${c_compiler} -std=c11 ${sanitize_flags} ${consumer_source}/pkgconfig.c
   ${pc_flags} -o ${WORK_DIR}/pkgconfig_consumer)
 run_step("run the pkg-config consumer" ${run_env} ${WORK_DIR}/pkgconfig_consumer)
+
+# ---- The installed tool ----
+# Its run path alone must lead it to the installed libraries.
+if(TOOL_BINDIR)
+  find_program(kxfx kxfx PATHS ${prefix}/${TOOL_BINDIR} NO_DEFAULT_PATH REQUIRED)
+  set(bare_env ${CMAKE_COMMAND} -E env --unset=LD_LIBRARY_PATH)
+  run_step("kxfx list" ${bare_env} ${kxfx} list)
+  if(NOT step_output MATCHES "(^|\n)invert ")
+    message(FATAL_ERROR "kxfx list does not name invert:\n${step_output}")
+  endif()
+  set(inverted ${WORK_DIR}/inverted.png)
+  run_step("kxfx invert" ${bare_env} ${kxfx} invert ${SOURCE_DIR}/samples/coffee.png ${inverted})
+  if(NOT EXISTS ${inverted})
+    message(FATAL_ERROR "kxfx invert wrote no ${inverted}")
+  endif()
+endif()

@@ -263,29 +263,51 @@ private:
 
 // ---- Film grain kernels ----
 
+// A destination row to write over rect. Pixels addressed as bytes are only partly written, so such a row
+// first holds what the destination has, on either kind of image.
+template <class Cells> typename Cells::Cell* GrainDestinationRow(CImageView& view, int32_t y, const CEffectRect& rect)
+{
+    if constexpr (Cells::kCells > 1)
+        view.ReadRow(y, rect.left, rect.Width());
+    return static_cast<typename Cells::Cell*>(view.WriteRow(y, rect.left, rect.Width()));
+}
+
+// The overlay on the colour planes of one row; the other planes and bytes are left as they are.
+template <class Cells, class Grain, class GrainRow>
+void GrainOverlayRow(const typename Cells::Cell* from, typename Cells::Cell* to, int32_t width,
+                     const PixelLayout& layout, const Grain& grain, const GrainRow& grainRow, float amount)
+{
+    WithPlaneCounts(layout, [&](auto planes, auto colourPlanes) {
+        const int32_t step = planes * Cells::kCells;
+        for (int32_t i = 0; i < width; ++i, from += step, to += step) {
+            const float g = grain.Value(grainRow, i);
+            for (int32_t c = 0; c < colourPlanes; ++c)
+                to[c] = FromRaw<typename Cells::Cell>(GrainOverlay(float(from[c]) * Cells::kNormal, g, amount) *
+                                                      Cells::kWhite);
+        }
+    });
+}
+
 // With a source: the overlay on every colour plane, a transparency plane carried by the row copy.
 template <class Sample, class Cells, class Grain>
 void GrainOverlayKernel(KXImage* source, KXImage* destination, const CEffectRect& rect, Grain& grain, float amount)
 {
     using Cell = typename Cells::Cell;
-    int32_t y = rect.top; // the row loop visits the rows from top to bottom
-    ForEachRow<Sample>(
-        source, destination, rect, [&](const Sample* in, Sample* out, int32_t width, const PixelLayout& layout) {
-            // Pixels addressed as bytes are only partly written: the rest comes from the source on either
-            // kind of image.
-            if (Cells::kCells > 1 && in != out)
-                std::memmove(out, in, size_t(width) * size_t(layout.planes) * sizeof(Sample));
-            const auto grainRow = grain.Row(y++);
-            WithPlaneCounts(layout, [&](auto planes, auto colourPlanes) {
-                const auto* from = reinterpret_cast<const Cell*>(in);
-                auto* to = reinterpret_cast<Cell*>(out);
-                for (int32_t i = 0; i < width; ++i, from += planes * Cells::kCells, to += planes * Cells::kCells) {
-                    const float g = grain.Value(grainRow, i);
-                    for (int32_t c = 0; c < colourPlanes; ++c)
-                        to[c] = FromRaw<Cell>(GrainOverlay(float(from[c]) * Cells::kNormal, g, amount) * Cells::kWhite);
-                }
-            });
-        });
+    if (rect.IsEmpty())
+        return;
+    const PixelLayout layout = LayoutOf(destination);
+    const int32_t width = rect.Width();
+    CImageView sourceView(source);
+    CImageView destinationView(destination);
+    for (int32_t y = rect.top; y < rect.bottom; ++y) {
+        const auto* in = static_cast<const Cell*>(sourceView.ReadRow(y, rect.left, width));
+        Cell* out = GrainDestinationRow<Cells>(destinationView, y, rect);
+        if (layout.transparency != 0 && in != out)
+            std::memmove(out, in, size_t(width) * size_t(layout.planes) * sizeof(Sample));
+        GrainOverlayRow<Cells>(in, out, width, layout, grain, grain.Row(y), amount);
+    }
+    destinationView.Detach();
+    sourceView.Detach();
 }
 
 // Without a source: the grain on mid-gray in every colour plane, the transparency plane white.
@@ -299,10 +321,7 @@ void GrainOnGrayKernel(KXImage* destination, const CEffectRect& rect, Grain& gra
     const int32_t step = layout.planes * Cells::kCells;
     CImageView view(destination);
     for (int32_t y = rect.top; y < rect.bottom; ++y) {
-        // Pixels addressed as bytes are only partly written: the rest stays as it was on either kind of image.
-        if constexpr (Cells::kCells > 1)
-            view.ReadRow(y, rect.left, rect.Width());
-        auto* out = static_cast<Cell*>(view.WriteRow(y, rect.left, rect.Width()));
+        Cell* out = GrainDestinationRow<Cells>(view, y, rect);
         const auto grainRow = grain.Row(y);
         for (int32_t i = 0; i < rect.Width(); ++i, out += step) {
             std::fill_n(out, layout.colourPlanes,
