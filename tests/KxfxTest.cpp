@@ -19,13 +19,16 @@
 #include <functional>
 #include <sstream>
 #include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
-// CTest runs the tests of this file side by side, so each test keeps its files apart by its own name.
+// CTest runs the tests of this file side by side, and other checkouts may run them at once: each test keeps
+// its files apart by its own name and its process.
 std::string TempPath(const std::string& name)
 {
-    return testing::TempDir() + "kxfx_" + testing::UnitTest::GetInstance()->current_test_info()->name() + "_" + name;
+    return testing::TempDir() + "kxfx_" + std::to_string(getpid()) + "_" +
+           testing::UnitTest::GetInstance()->current_test_info()->name() + "_" + name;
 }
 
 std::string ReadText(const std::string& path)
