@@ -143,10 +143,10 @@ void BlackAndWhiteKernel(KXImage* source, KXImage* destination, const CEffectRec
                          Grain& grain)
 {
     const float keep = 1.0f - s.tonerAmount;
-    int32_t y = rect.top; // the row loop visits the rows from top to bottom
     ForEachRow<Sample>(
-        source, destination, rect, [&](const Sample* in, Sample* out, int32_t width, const PixelLayout& layout) {
-            const auto tileRow = grain.Row(y++);
+        source, destination, rect,
+        [&](int32_t row, const Sample* in, Sample* out, int32_t width, const PixelLayout& layout) {
+            const auto tileRow = grain.Row(row);
             WithPlaneCounts(layout, [&](auto planes, auto) {
                 for (int32_t i = 0; i < width; ++i, in += planes, out += planes) {
                     float v = s.weights[0] * float(in[0]) + s.weights[1] * float(in[1]) + s.weights[2] * float(in[2]);
@@ -194,12 +194,10 @@ struct MixtureSums {
 // The decomposition of every pixel of the image, in the samples' own units, summed in doubles.
 template <class Sample> void AccumulateMixture(KXImage* image, MixtureSums& sums)
 {
-    const KXRect bounds = KXImageGetBounds(image);
+    const CEffectRect bounds = CEffectRect::FromKXRect(KXImageGetBounds(image));
     const int32_t planes = KXImageGetNumPlanes(image);
-    CImageView view(image);
-    for (int32_t row = bounds.y; row < bounds.y + bounds.height; ++row) {
-        const auto* in = static_cast<const Sample*>(view.ReadRow(row, bounds.x, bounds.width));
-        for (int32_t x = 0; x < bounds.width; ++x, in += planes) {
+    WalkSourceRows(bounds, Sources<Sample>{image}, [&](int32_t, const Sample* in) {
+        for (int32_t x = 0; x < bounds.Width(); ++x, in += planes) {
             const float rgb[3] = {float(in[0]), float(in[1]), float(in[2])};
             float colours[kColourCount];
             SplitColorComponents(rgb, colours);
@@ -210,7 +208,7 @@ template <class Sample> void AccumulateMixture(KXImage* image, MixtureSums& sums
                 sums.squares[i] += double(colours[i]) * double(colours[i]);
             }
         }
-    }
+    });
 }
 
 // Each colour weighted by its spread across the image, then scaled so the mixture keeps the mean of

@@ -30,18 +30,8 @@ inline void ClarityPixel(float* rgb, float blurredLuma, float amount)
 template <class Sample>
 void ClarityKernel(KXImage* source, KXImage* luma, KXImage* destination, const CEffectRect& rect, float amount)
 {
-    ForEachRowWithMaskView<Sample>(
-        source, destination, luma, rect,
-        [amount](const Sample* in, Sample* out, const void* lumaRow, int32_t width, const PixelLayout& layout) {
-            const auto* blurred = static_cast<const Sample*>(lumaRow);
-            for (int32_t x = 0; x < width; ++x) {
-                const ptrdiff_t at = ptrdiff_t(x) * layout.planes;
-                float rgb[3] = {ToUnit(in[at]), ToUnit(in[at + 1]), ToUnit(in[at + 2])};
-                ClarityPixel(rgb, ToUnit(blurred[x]), amount);
-                for (int32_t c = 0; c < 3; ++c)
-                    out[at + c] = FromUnit<Sample>(rgb[c]);
-            }
-        });
+    ForEachMaskedColour<Sample>(source, destination, luma, rect,
+                                [amount](float* rgb, float blurredLuma) { ClarityPixel(rgb, blurredLuma, amount); });
 }
 
 } // namespace

@@ -94,26 +94,18 @@ void ConvertRow(const Sample* in, Sample* out, int32_t width, const ConversionLa
     }
 }
 
-// Source and destination differ in planes here, so each image is walked with its own layout.
+// Source and destination differ in planes here, so each image is walked with its own layout and the
+// kernel writes alpha itself.
 template <class Sample, int32_t Conversion>
 void ConvertImageKernel(KXImage* source, KXImage* destination, const CEffectRect& rect)
 {
-    if (rect.IsEmpty())
-        return;
     const int32_t sourceAlpha = KXImageGetTransparency(source);
     const int32_t destinationAlpha = KXImageGetTransparency(destination);
     const ConversionLayout layout{InputPlanes(Conversion) + sourceAlpha, OutputPlanes(Conversion) + destinationAlpha,
                                   sourceAlpha != 0, destinationAlpha != 0};
-    const int32_t width = rect.Width();
-    CImageView sourceView(source);
-    CImageView destinationView(destination);
-    for (int32_t row = rect.top; row < rect.bottom; ++row) {
-        const auto* in = static_cast<const Sample*>(sourceView.ReadRow(row, rect.left, width));
-        auto* out = static_cast<Sample*>(destinationView.WriteRow(row, rect.left, width));
-        ConvertRow<Sample, Conversion>(in, out, width, layout);
-    }
-    destinationView.Detach();
-    sourceView.Detach();
+    WalkRows<Sample>(
+        rect, Sources<Sample>{source}, destination, {.alphaSource = RowWalkOrder::kNoAlphaCopy},
+        [&](int32_t, const Sample* in, Sample* out) { ConvertRow<Sample, Conversion>(in, out, rect.Width(), layout); });
 }
 
 using ImageKernel = void (*)(KXImage*, KXImage*, const CEffectRect&);

@@ -20,15 +20,10 @@ template <class Sample> int32_t FillKernel(KXImage* image, const CEffectRect& re
 {
     std::vector<Sample> pixel(size_t(std::max(KXImageGetNumPlanes(image), 0)));
     std::transform(color, color + pixel.size(), pixel.begin(), FromUnit<Sample>);
-    if (rect.IsEmpty())
-        return kKXNoErr;
-    CImageView view(image);
-    for (int32_t row = rect.top; row < rect.bottom; ++row) {
-        auto* out = static_cast<Sample*>(view.WriteRow(row, rect.left, rect.Width()));
+    WalkDestinationRows<Sample>(rect, image, {}, [&](int32_t, Sample* out) {
         for (int32_t x = 0; x < rect.Width(); ++x)
             std::copy(pixel.begin(), pixel.end(), out + size_t(x) * pixel.size());
-    }
-    view.Detach();
+    });
     return kKXNoErr;
 }
 

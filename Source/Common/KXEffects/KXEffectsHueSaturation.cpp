@@ -21,18 +21,6 @@ inline void HexagonToRGB(float hue, float high, float low, float* rgb)
     HexconeToRGB(hue - std::floor(hue), high, low, rgb);
 }
 
-// Reads the three colour samples of a pixel into 0..1 and stores them back by the depth's rule.
-template <class Sample, class PixelFn> void ForEachColour(KXImage* source, KXImage* destination,
-                                                           const CEffectRect& rect, PixelFn&& pixel)
-{
-    ForEachPixel<Sample>(source, destination, rect, [&pixel](const Sample* in, Sample* out, auto) {
-        float rgb[3] = {ToUnit(in[0]), ToUnit(in[1]), ToUnit(in[2])};
-        pixel(rgb);
-        for (int32_t c = 0; c < 3; ++c)
-            out[c] = FromUnit<Sample>(rgb[c]);
-    });
-}
-
 bool IsRGB(KXImage* image)
 {
     return KXImageGetColorSpaceType(image) == KXColorSpaceRGB;

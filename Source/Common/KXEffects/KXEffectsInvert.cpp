@@ -13,7 +13,7 @@ template <class Sample> inline Sample InvertSample(Sample value)
 template <class Sample> int32_t InvertKernel(KXImage* source, KXImage* destination, const CEffectRect& rect)
 {
     ForEachRow<Sample>(source, destination, rect,
-                       [](const Sample* in, Sample* out, int32_t width, const PixelLayout& layout) {
+                       [](int32_t, const Sample* in, Sample* out, int32_t width, const PixelLayout& layout) {
                            if (layout.transparency == 0) {
                                // No alpha: the row is one run of colour samples.
                                const int32_t count = width * layout.planes;

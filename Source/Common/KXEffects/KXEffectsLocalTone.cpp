@@ -38,19 +38,8 @@ int32_t WithBlurredLuma(KXImage* source, KXImage* destination, const KXRect* rec
     CImageRef luma;
     BlurredLuma(source, *rect, radius, luma);
     return DispatchPlaneBytes(planeBytes, [&](auto tag) {
-        using Sample = typename decltype(tag)::Type;
-        ForEachRowWithMaskView<Sample>(
-            source, destination, luma, CEffectRect::FromKXRect(*rect),
-            [&](const Sample* in, Sample* out, const void* lumaRow, int32_t width, const PixelLayout& layout) {
-                const auto* blurred = static_cast<const Sample*>(lumaRow);
-                for (int32_t x = 0; x < width; ++x) {
-                    const ptrdiff_t at = ptrdiff_t(x) * layout.planes;
-                    float rgb[3] = {ToUnit(in[at]), ToUnit(in[at + 1]), ToUnit(in[at + 2])};
-                    pixel(rgb, ToUnit(blurred[x]));
-                    for (int32_t c = 0; c < 3; ++c)
-                        out[at + c] = FromUnit<Sample>(rgb[c]);
-                }
-            });
+        ForEachMaskedColour<typename decltype(tag)::Type>(source, destination, luma, CEffectRect::FromKXRect(*rect),
+                                                          pixel);
         return int32_t(kKXNoErr);
     });
 }

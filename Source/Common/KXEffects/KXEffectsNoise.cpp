@@ -99,11 +99,11 @@ int32_t NoiseKernel(KXImage* source, KXImage* destination, const CEffectRect& re
 {
     const float scale = amount * kWhite<Sample> * 2.0f;
     noiseSeed.store(kNoiseSeedStart, std::memory_order_relaxed);
-    int32_t y = rect.top; // the row loop visits the rows from top to bottom
     ForEachRow<Sample>(
-        source, destination, rect, [&](const Sample* in, Sample* out, int32_t width, const PixelLayout& layout) {
+        source, destination, rect,
+        [&](int32_t row, const Sample* in, Sample* out, int32_t width, const PixelLayout& layout) {
             uint32_t state = noiseSeed.load(std::memory_order_relaxed);
-            const uint16_t* tileRow = noiseTile.data() + (y++ & kNoiseTileMask) * kNoiseTileSize;
+            const uint16_t* tileRow = noiseTile.data() + (row & kNoiseTileMask) * kNoiseTileSize;
             WithPlaneCounts(layout, [&](auto planes, auto colourPlanes) {
                 for (int32_t i = 0; i < width; ++i)
                     NoisyPixel<Type>(in + i * planes, out + i * planes, colourPlanes, state, tileRow, rect.left + i,
@@ -268,14 +268,14 @@ template <class Sample, class Cells, class Grain>
 void GrainOverlayKernel(KXImage* source, KXImage* destination, const CEffectRect& rect, Grain& grain, float amount)
 {
     using Cell = typename Cells::Cell;
-    int32_t y = rect.top; // the row loop visits the rows from top to bottom
     ForEachRow<Sample>(
-        source, destination, rect, [&](const Sample* in, Sample* out, int32_t width, const PixelLayout& layout) {
+        source, destination, rect,
+        [&](int32_t row, const Sample* in, Sample* out, int32_t width, const PixelLayout& layout) {
             // Pixels addressed as bytes are only partly written: the rest comes from the source on either
             // kind of image.
             if (Cells::kCells > 1 && in != out)
                 std::memmove(out, in, size_t(width) * size_t(layout.planes) * sizeof(Sample));
-            const auto grainRow = grain.Row(y++);
+            const auto grainRow = grain.Row(row);
             WithPlaneCounts(layout, [&](auto planes, auto colourPlanes) {
                 const auto* from = reinterpret_cast<const Cell*>(in);
                 auto* to = reinterpret_cast<Cell*>(out);
@@ -293,25 +293,18 @@ template <class Cells, class Grain>
 void GrainOnGrayKernel(KXImage* destination, const CEffectRect& rect, Grain& grain, float amount)
 {
     using Cell = typename Cells::Cell;
-    if (rect.IsEmpty())
-        return;
     const PixelLayout layout = LayoutOf(destination);
     const int32_t step = layout.planes * Cells::kCells;
-    CImageView view(destination);
-    for (int32_t y = rect.top; y < rect.bottom; ++y) {
-        // Pixels addressed as bytes are only partly written: the rest stays as it was on either kind of image.
-        if constexpr (Cells::kCells > 1)
-            view.ReadRow(y, rect.left, rect.Width());
-        auto* out = static_cast<Cell*>(view.WriteRow(y, rect.left, rect.Width()));
-        const auto grainRow = grain.Row(y);
+    // Pixels addressed as bytes are only partly written: the rest stays as it was on either kind of image.
+    WalkDestinationRows<Cell>(rect, destination, {.readDestination = Cells::kCells > 1}, [&](int32_t row, Cell* out) {
+        const auto grainRow = grain.Row(row);
         for (int32_t i = 0; i < rect.Width(); ++i, out += step) {
             std::fill_n(out, layout.colourPlanes,
                         FromRaw<Cell>(GrainOnGray(grain.Value(grainRow, i), amount) * Cells::kWhite));
             if (layout.transparency != 0)
                 out[layout.colourPlanes] = Cell(Cells::kWhite);
         }
-    }
-    view.Detach();
+    });
 }
 
 template <class Sample, class Cells, class Grain>

@@ -150,10 +150,9 @@ inline void FilterPixel(const Sample* in, Sample* out, const FilterSetup& setup,
 template <class Sample, class Mode, int32_t Kind, bool Saturate>
 void PhotoFilterKernel(KXImage* source, KXImage* destination, const CEffectRect& rect, const FilterSetup& setup)
 {
-    int32_t row = rect.top; // the row loop visits rows from the top down
     ForEachRow<Sample>(source, destination, rect,
-                       [&](const Sample* in, Sample* out, int32_t width, const PixelLayout& layout) {
-                           const float y = float(row++);
+                       [&](int32_t row, const Sample* in, Sample* out, int32_t width, const PixelLayout& layout) {
+                           const float y = float(row);
                            for (int32_t i = 0; i < width; ++i, in += layout.planes, out += layout.planes)
                                FilterPixel<Sample, Mode, Kind, Saturate>(in, out, setup, float(rect.left + i), y);
                        });

@@ -75,37 +75,25 @@ template <class Sample> inline void StoreWithChroma(const Sample* in, Sample* ou
 // A scale without an image reads as zeros.
 using ScaleImages = CImageRef[kScales];
 
-// rowKernel(in, out, blurred rows, width, planes, colourPlanes) over rect, alpha copied with the whole line.
+// rowKernel(in, out, blurred rows, width, planes, colourPlanes) over rect, alpha copied with the whole line;
+// the scales are read after the destination row is asked for.
 template <class Sample, class RowKernel>
 void ForEachScaleRow(KXImage* source, KXImage* destination, const ScaleImages& scales, const CEffectRect& rect,
                      RowKernel&& rowKernel)
 {
-    if (rect.IsEmpty())
-        return;
     const PixelLayout layout = LayoutOf(destination);
     const int32_t width = rect.Width();
-    const CAlignedBuffer zeros(size_t(width) * size_t(layout.planes) * sizeof(Sample));
-    CImageView sourceView(source);
-    CImageView destinationView(destination);
-    CImageView scaleViews[kScales];
-    for (int32_t k = 0; k < kScales; ++k)
-        if (scales[k])
-            scaleViews[k].Attach(scales[k]);
-    WithPlaneCounts(layout, [&](auto planes, auto colourPlanes) {
-        for (int32_t row = rect.top; row < rect.bottom; ++row) {
-            const auto* in = static_cast<const Sample*>(sourceView.ReadRow(row, rect.left, width));
-            auto* out = static_cast<Sample*>(destinationView.WriteRow(row, rect.left, width));
-            if (layout.transparency != 0 && in != out)
-                std::memmove(out, in, size_t(width) * size_t(layout.planes) * sizeof(Sample));
-            const Sample* rows[kScales];
-            for (int32_t k = 0; k < kScales; ++k)
-                rows[k] = scales[k] ? static_cast<const Sample*>(scaleViews[k].ReadRow(row, rect.left, width))
-                                    : zeros.As<Sample>();
-            rowKernel(in, out, rows, width, planes, colourPlanes);
-        }
-    });
-    destinationView.Detach();
-    sourceView.Detach();
+    const CAlignedBuffer zeros(size_t(std::max(width, 0)) * size_t(layout.planes) * sizeof(Sample));
+    const auto orZeros = [&](const Sample* row) { return row ? row : zeros.As<Sample>(); };
+    WalkRows<Sample>(
+        rect, Sources<Sample, Sample, Sample, Sample, Sample>{source, scales[0], scales[1], scales[2], scales[3]},
+        destination, {.firstLateSource = 1},
+        [&](int32_t, const Sample* in, const Sample* fine, const Sample* second, const Sample* third,
+            const Sample* coarse, Sample* out) {
+            const Sample* rows[kScales] = {orZeros(fine), orZeros(second), orZeros(third), orZeros(coarse)};
+            WithPlaneCounts(
+                layout, [&](auto planes, auto colourPlanes) { rowKernel(in, out, rows, width, planes, colourPlanes); });
+        });
 }
 
 // The samples of the four scales at one index of their rows.

@@ -297,25 +297,16 @@ template <class Sample> inline void ApplyLuma(const Sample* in, uint8_t luma, Sa
         out[c] = FromUnit<Sample>(rgb[c]);
 }
 
-// Views on source, luma and destination, in that order; alpha carried across.
+// Source and luma read in that order; alpha carried across.
 template <class Sample>
 int32_t ApplyLumaKernel(KXImage* source, KXImage* luma, KXImage* destination, const CEffectRect& rect)
 {
-    const PixelLayout layout = LayoutOf(destination);
-    const int32_t width = rect.Width();
-    CImageView sourceView(source);
-    CImageView lumaView(luma);
-    CImageView destinationView(destination);
-    for (int32_t row = rect.top; row < rect.bottom; ++row) {
-        const auto* in = static_cast<const Sample*>(sourceView.ReadRow(row, rect.left, width));
-        const auto* lumaRow = static_cast<const uint8_t*>(lumaView.ReadRow(row, rect.left, width));
-        auto* out = static_cast<Sample*>(destinationView.WriteRow(row, rect.left, width));
-        if (layout.transparency != 0 && in != out)
-            std::memmove(out, in, size_t(width) * size_t(layout.planes) * sizeof(Sample));
-        for (int32_t x = 0; x < width; ++x)
-            ApplyLuma(in + x * layout.planes, lumaRow[x], out + x * layout.planes);
-    }
-    destinationView.Detach();
+    const int32_t planes = KXImageGetNumPlanes(destination);
+    WalkRows<Sample>(rect, Sources<Sample, uint8_t>{source, luma}, destination,
+                     [&](int32_t, const Sample* in, const uint8_t* lumaRow, Sample* out) {
+                         for (int32_t x = 0; x < rect.Width(); ++x)
+                             ApplyLuma(in + x * planes, lumaRow[x], out + x * planes);
+                     });
     return kKXNoErr;
 }
 

@@ -286,12 +286,11 @@ int32_t KXEffectsBrightnessHazeSaturation(KXImage* source, KXImage* destination,
         using Sample = typename decltype(tag)::Type;
         // Haze lifts black to the haze and leaves white at white.
         const auto kernel = [&](auto adjustTag) {
-            ForEachPixel<Sample>(source, destination, effectRect, [&](const Sample* in, Sample* out, auto) {
-                float rgb[3] = {ToUnit(in[0]), ToUnit(in[1]), ToUnit(in[2])};
+            ForEachColour<Sample>(source, destination, effectRect, [&](float* rgb) {
                 if constexpr (decltype(adjustTag)::value)
                     KXEffectsSaturateAndLighten(rgb, saturation, brightness);
                 for (int32_t c = 0; c < 3; ++c)
-                    out[c] = FromUnit<Sample>(rgb[c] * hold + lift);
+                    rgb[c] = rgb[c] * hold + lift;
             });
         };
         if (adjust)

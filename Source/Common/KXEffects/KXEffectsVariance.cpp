@@ -48,40 +48,27 @@ template <class Sample> void SquareKernel(KXImage* source, KXImage* squares, con
 {
     using Square = typename SquareOf<Sample>::Type;
     const size_t count = size_t(bounds.Width()) * size_t(KXImageGetNumPlanes(source));
-    CImageView sourceView(source);
-    CImageView squareView(squares);
-    for (int32_t row = bounds.top; row < bounds.bottom; ++row) {
-        const auto* in = static_cast<const Sample*>(sourceView.ReadRow(row, bounds.left, bounds.Width()));
-        auto* out = static_cast<Square*>(squareView.WriteRow(row, bounds.left, bounds.Width()));
-        for (size_t i = 0; i < count; ++i)
-            out[i] = Square(Square(in[i]) * Square(in[i]));
-    }
-    squareView.Detach();
+    WalkRows<Square>(bounds, Sources<Sample>{source}, squares, {.alphaSource = RowWalkOrder::kNoAlphaCopy},
+                     [&](int32_t, const Sample* in, Square* out) {
+                         for (size_t i = 0; i < count; ++i)
+                             out[i] = Square(Square(in[i]) * Square(in[i]));
+                     });
 }
 
 // The destination holds the mean; it is read by one view and written by another, so that a destination
-// without a locked buffer works as well.
+// without a locked buffer works as well. Alpha comes from the mean.
 template <class Sample> void DeviationKernel(KXImage* squares, KXImage* destination, const CEffectRect& rect)
 {
     using Square = typename SquareOf<Sample>::Type;
     const PixelLayout layout = LayoutOf(destination);
-    const int32_t width = rect.Width();
-    CImageView squareView(squares);
-    CImageView meanView(destination);
-    CImageView destinationView(destination);
-    for (int32_t row = rect.top; row < rect.bottom; ++row) {
-        const auto* square = static_cast<const Square*>(squareView.ReadRow(row, rect.left, width));
-        const auto* mean = static_cast<const Sample*>(meanView.ReadRow(row, rect.left, width));
-        auto* out = static_cast<Sample*>(destinationView.WriteRow(row, rect.left, width));
-        if (layout.transparency != 0 && mean != out)
-            std::memmove(out, mean, size_t(width) * size_t(layout.planes) * sizeof(Sample));
-        for (int32_t x = 0; x < width; ++x)
-            for (int32_t c = 0; c < layout.colourPlanes; ++c) {
-                const int32_t at = x * layout.planes + c;
-                out[at] = Deviation(square[at], mean[at]);
-            }
-    }
-    destinationView.Detach();
+    WalkRows<Sample>(rect, Sources<Square, Sample>{squares, destination}, destination, {.alphaSource = 1},
+                     [&](int32_t, const Square* square, const Sample* mean, Sample* out) {
+                         for (int32_t x = 0; x < rect.Width(); ++x)
+                             for (int32_t c = 0; c < layout.colourPlanes; ++c) {
+                                 const int32_t at = x * layout.planes + c;
+                                 out[at] = Deviation(square[at], mean[at]);
+                             }
+                     });
 }
 
 // 16-bit squares pass 16 bits, so their blur reads them as unsigned 32-bit integers.

@@ -26,16 +26,13 @@ struct ColourSettings {
 template <class Sample, bool Saturate, bool Vibrance, bool Temperature = true>
 void ColourKernel(KXImage* source, KXImage* destination, const CEffectRect& rect, const ColourSettings& settings)
 {
-    ForEachPixel<Sample>(source, destination, rect, [&settings](const Sample* in, Sample* out, auto) {
-        float rgb[3] = {ToUnit(in[0]), ToUnit(in[1]), ToUnit(in[2])};
+    ForEachColour<Sample>(source, destination, rect, [&settings](float* rgb) {
         if constexpr (Temperature)
             TemperatureTintPixel(rgb, settings.temperature, settings.tint);
         if constexpr (Saturate)
             KXEffectsSaturatePixel(rgb, settings.saturation);
         if constexpr (Vibrance)
             KXEffectsVibrancePixel(rgb, settings.vibrance);
-        for (int32_t c = 0; c < 3; ++c)
-            out[c] = FromUnit<Sample>(rgb[c]);
     });
 }
 
