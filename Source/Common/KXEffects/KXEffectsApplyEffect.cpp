@@ -1,7 +1,7 @@
 // What a host needs to run effects in tiles and mix them back: the margin an effect reads around a tile,
 // and the mixing of a computed effect image with its source under a mask or by hue zone.
 #include "KXEffectsColorMath.h"
-#include "KXEffectsDispatch.h"
+#include "KXEffectsEntry.h"
 #include "KXEffectsGaussianBlur.h"
 #include "KXEffectsRowLoop.h"
 #include "KXEffectsToneCurves.h"
@@ -245,31 +245,27 @@ int32_t KXEffectsGetOutset(KXEffectProc effect, float value)
 int32_t KXEffectsApplyEffectWithMask(KXImage* source, KXImage* effect, KXImage* mask, KXImage* destination,
                                      const KXRect* rect, float amount)
 {
-    if (!source || !effect || !destination || !rect)
-        return kKXErrBadParam;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    return DispatchPlaneBytes(KXImageGetPlaneBytes(destination), [&](auto tag) {
-        using Sample = typename decltype(tag)::Type;
-        if (mask)
-            MixWithMaskKernel<Sample, true>(source, effect, mask, destination, effectRect, amount);
-        else
-            MixWithMaskKernel<Sample, false>(source, effect, mask, destination, effectRect, amount);
-        return int32_t(kKXNoErr);
-    });
+    return EffectEntry(source, destination, rect)
+        .Requires(effect)
+        .SampleOf(destination)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            if (mask)
+                MixWithMaskKernel<Sample, true>(source, effect, mask, destination, effectRect, amount);
+            else
+                MixWithMaskKernel<Sample, false>(source, effect, mask, destination, effectRect, amount);
+        });
 }
 
 int32_t KXEffectsApplyEffectInZones(KXImage* source, KXImage* effect, KXImage* mask, KXImage* destination,
                                     const KXRect* rect, const float* effectZones, const float* brightnessZones,
                                     const float* midtoneZones)
 {
-    if (!source || !effect || !destination || !rect || !effectZones || !brightnessZones || !midtoneZones)
-        return kKXErrBadParam;
-    if (KXImageGetColorSpaceType(destination) != KXColorSpaceRGB)
-        return kKXErrUnsupported;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
     const Zones zones{effectZones, brightnessZones, midtoneZones};
-    return DispatchPlaneBytes(KXImageGetPlaneBytes(destination), [&](auto tag) {
-        MixInZonesKernel<typename decltype(tag)::Type>(source, effect, mask, destination, effectRect, zones);
-        return int32_t(kKXNoErr);
-    });
+    return EffectEntry(source, destination, rect)
+        .Requires(effect, effectZones, brightnessZones, midtoneZones)
+        .RGBOnly(destination)
+        .SampleOf(destination)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            MixInZonesKernel<Sample>(source, effect, mask, destination, effectRect, zones);
+        });
 }

@@ -1,7 +1,7 @@
 // Colour model conversions of one colour and of images, the hue components, and desaturation.
 #include "KXEffectsBlendModes.h"
 #include "KXEffectsColorMath.h"
-#include "KXEffectsDispatch.h"
+#include "KXEffectsEntry.h"
 #include "KXEffectsRowLoop.h"
 
 #include <array>
@@ -163,17 +163,13 @@ int32_t KXEffectsConvertColorMode(const float* input, float* output, int32_t con
 
 int32_t KXEffectsConvertImageMode(KXImage* source, KXImage* destination, const KXRect* rect, int32_t conversion)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    return DispatchImageDepth(source, [&](auto tag) {
-        using Sample = typename decltype(tag)::Type;
-        if (conversion < 0 || conversion >= kImageConversions)
-            return int32_t(kKXErrBadParam);
-        static constexpr auto kernels = ImageKernels<Sample>(std::make_integer_sequence<int32_t, kImageConversions>{});
-        kernels[size_t(conversion)](source, destination, effectRect);
-        return int32_t(kKXNoErr);
-    });
+    return EffectEntry(source, destination, rect)
+        .Require(conversion >= 0 && conversion < kImageConversions, kKXErrBadParam)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            static constexpr auto kernels =
+                ImageKernels<Sample>(std::make_integer_sequence<int32_t, kImageConversions>{});
+            kernels[size_t(conversion)](source, destination, effectRect);
+        });
 }
 
 int32_t KXEffectsGetColorComponents(const float* rgb, float* components)
@@ -186,22 +182,17 @@ int32_t KXEffectsGetColorComponents(const float* rgb, float* components)
 
 int32_t KXEffectsDesaturate(KXImage* source, KXImage* destination, const KXRect* rect, uint32_t mode, float amount)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    if (KXImageGetColorSpaceType(source) != KXColorSpaceRGB)
-        return kKXErrUnsupported;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    if (!(amount > 0.0f))
-        return KXEffectsCopyRect(source, destination, effectRect, KXPointMake(0, 0));
-    return DispatchPlaneBytes(KXImageGetPlaneBytes(source), [&](auto sampleTag) {
-        using Sample = typename decltype(sampleTag)::Type;
-        return DispatchBlendMode(mode, [&](auto modeTag) {
-            using Mode = typename decltype(modeTag)::Type;
-            if (std::is_same_v<Mode, BlendNormal> && amount == 1.0f)
-                DesaturateToLumaKernel<Sample>(source, destination, effectRect);
-            else
-                DesaturateKernel<Sample, Mode>(source, destination, effectRect, amount);
-            return int32_t(kKXNoErr);
+    return EffectEntry(source, destination, rect)
+        .RGBOnly()
+        .NeutralWhen(!(amount > 0.0f))
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            return DispatchBlendMode(mode, [&](auto modeTag) {
+                using Mode = typename decltype(modeTag)::Type;
+                if (std::is_same_v<Mode, BlendNormal> && amount == 1.0f)
+                    DesaturateToLumaKernel<Sample>(source, destination, effectRect);
+                else
+                    DesaturateKernel<Sample, Mode>(source, destination, effectRect, amount);
+                return int32_t(kKXNoErr);
+            });
         });
-    });
 }

@@ -3,7 +3,7 @@
 #include "KXEffectsColorSelection.h"
 
 #include "KXEffectsColorMath.h"
-#include "KXEffectsDispatch.h"
+#include "KXEffectsEntry.h"
 #include "KXEffectsRowLoop.h"
 
 #include <algorithm>
@@ -227,22 +227,20 @@ template <class MaskSample> CEffectRect LiveBox(KXImage* mask)
 
 // ---- Dispatch ----
 
-// The checks of every selection, then source width by mask width into one of nine kernels.
+// The checks of every selection, then source width by mask width into one of nine kernels. The mask is the
+// destination, of one plane.
 template <class Selection>
 int32_t RunSelection(KXImage* source, KXImage* mask, const KXRect* rect, const Selection& selection)
 {
-    if (!source || !mask || !rect)
-        return kKXErrBadParam;
-    if (KXImageGetColorSpaceType(source) != KXColorSpaceRGB || KXImageGetNumPlanes(mask) != 1)
-        return kKXErrUnsupported;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    return DispatchPlaneBytes(KXImageGetPlaneBytes(source), [&](auto sourceTag) {
-        return DispatchPlaneBytes(KXImageGetPlaneBytes(mask), [&](auto maskTag) {
-            SelectionKernel<typename decltype(sourceTag)::Type, typename decltype(maskTag)::Type>(
-                source, mask, effectRect, selection);
-            return int32_t(kKXNoErr);
+    return EffectEntry(source, mask, rect)
+        .RGBOnly()
+        .Require([&] { return KXImageGetNumPlanes(mask) == 1; }, kKXErrUnsupported)
+        .Run([&]<class SourceSample>(SampleTag<SourceSample>, const CEffectRect& effectRect) {
+            return DispatchSample(mask, [&](auto maskTag) {
+                SelectionKernel<SourceSample, typename decltype(maskTag)::Type>(source, mask, effectRect, selection);
+                return int32_t(kKXNoErr);
+            });
         });
-    });
 }
 
 // The general ellipsoid selector: the target colour, radii of luma, Cb and Cr, strength and mode.
@@ -373,7 +371,7 @@ int32_t KXEffectsFindMaskBounds(KXImage* mask, KXRect* bounds)
         return kKXErrBadParam;
     if (KXImageGetNumPlanes(mask) != 1)
         return kKXErrUnsupported;
-    return DispatchPlaneBytes(KXImageGetPlaneBytes(mask), [&](auto tag) {
+    return DispatchSample(mask, [&](auto tag) {
         const CEffectRect box = LiveBox<typename decltype(tag)::Type>(mask);
         *bounds = box.Width() < 0 || box.Height() < 0 ? KXRectMake(0, 0, 0, 0) : box.ToKXRect();
         return int32_t(kKXNoErr);

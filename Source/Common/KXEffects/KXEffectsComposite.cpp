@@ -1,7 +1,7 @@
 // Compositing: layers under a blend mode, opacities, masks and true alpha; weighted sums, gains about a
 // pivot, products of masks and the flattening of an image onto white.
 #include "KXEffectsBlendModes.h"
-#include "KXEffectsDispatch.h"
+#include "KXEffectsEntry.h"
 #include "KXEffectsRowLoop.h"
 
 #include <algorithm>
@@ -110,7 +110,7 @@ struct MaskCoverage {
     int32_t Resolve(KXImage* mask)
     {
         const bool inverted = KXImageGetType(mask) == KXImageTypeInvertedMask;
-        return DispatchPlaneBytes(KXImageGetPlaneBytes(mask), [&](auto tag) {
+        return DispatchSample(mask, [&](auto tag) {
             using MaskSample = typename decltype(tag)::Type;
             const float scale = SampleTraits<MaskSample>::kReciprocal;
             reading = inverted ? ScaleBias{-scale, 1.0f} : ScaleBias{scale, 0.0f};
@@ -405,15 +405,15 @@ int32_t KXEffectsBlendImagesWithOpacitiesAndMasks(KXImage* upper, float upperOpa
                                                   KXImage* lower, float lowerOpacity, KXImage* lowerMask,
                                                   KXImage* destination, const KXRect* rect, uint32_t mode)
 {
-    if (!upper || !lower || !destination || !rect)
-        return kKXErrBadParam;
-    const CompositeCall call{{upper, upperOpacity, upperMask}, {lower, lowerOpacity, lowerMask}, destination,
-                             CEffectRect::FromKXRect(*rect)};
-    return DispatchBlendMode(mode, [&](auto modeTag) {
-        return DispatchPlaneBytes(KXImageGetPlaneBytes(upper), [&](auto sampleTag) {
-            return CompositeKernel<typename decltype(sampleTag)::Type, typename decltype(modeTag)::Type>(call);
+    return EffectEntry(upper, destination, rect)
+        .Requires(lower)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            const CompositeCall call{
+                {upper, upperOpacity, upperMask}, {lower, lowerOpacity, lowerMask}, destination, effectRect};
+            return DispatchBlendMode(mode, [&](auto modeTag) {
+                return CompositeKernel<Sample, typename decltype(modeTag)::Type>(call);
+            });
         });
-    });
 }
 
 int32_t KXEffectsBlendImages(KXImage* upper, KXImage* lower, KXImage* destination, const KXRect* rect,
@@ -426,48 +426,44 @@ int32_t KXEffectsBlendImages(KXImage* upper, KXImage* lower, KXImage* destinatio
 int32_t KXEffectsMixImages(KXImage* image1, KXImage* image2, KXImage* destination, const KXRect* rect,
                            float weight1, float weight2)
 {
-    if (!image1 || !image2 || !destination || !rect)
-        return kKXErrBadParam;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    return DispatchPlaneBytes(KXImageGetPlaneBytes(destination), [&](auto tag) {
-        return MixKernel<typename decltype(tag)::Type>(image1, image2, destination, effectRect, weight1, weight2);
-    });
+    return EffectEntry(image1, destination, rect)
+        .Requires(image2)
+        .SampleOf(destination)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            return MixKernel<Sample>(image1, image2, destination, effectRect, weight1, weight2);
+        });
 }
 
 int32_t KXEffectsMultiplyValues(KXImage* source, KXImage* destination, const KXRect* rect, const float* pivots,
                                 const float* factors)
 {
-    if (!source || !destination || !rect || !pivots || !factors)
-        return kKXErrBadParam;
-    const int32_t colourPlanes = LayoutOf(destination).colourPlanes;
-    if (colourPlanes > kMaxPlanes)
-        return kKXErrUnsupported;
-    PlaneGains gains{};
-    std::copy(pivots, pivots + colourPlanes, gains.pivots);
-    std::copy(factors, factors + colourPlanes, gains.factors);
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    return DispatchImageDepth(source, [&](auto tag) {
-        return MultiplyValuesKernel<typename decltype(tag)::Type>(source, destination, effectRect, gains);
-    });
+    const auto colourPlanes = [&] { return LayoutOf(destination).colourPlanes; };
+    return EffectEntry(source, destination, rect)
+        .Requires(pivots, factors)
+        .Require([&] { return colourPlanes() <= kMaxPlanes; }, kKXErrUnsupported)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            PlaneGains gains{};
+            std::copy(pivots, pivots + colourPlanes(), gains.pivots);
+            std::copy(factors, factors + colourPlanes(), gains.factors);
+            return MultiplyValuesKernel<Sample>(source, destination, effectRect, gains);
+        });
 }
 
 int32_t KXEffectsMultiplyMasks(CFArrayRef masks, KXImage* destination, const KXRect* rect)
 {
-    if (!masks || !destination || !rect)
-        return kKXErrBadParam;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    return DispatchPlaneBytes(KXImageGetPlaneBytes(destination), [&](auto tag) {
-        return MultiplyMasksKernel<typename decltype(tag)::Type>(masks, destination, effectRect);
-    });
+    return EffectEntry(destination, rect)
+        .Requires(masks)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            return MultiplyMasksKernel<Sample>(masks, destination, effectRect);
+        });
 }
 
 int32_t KXEffectsMakeCompositeImage(KXImage* image, const KXRect* rect)
 {
-    if (!image || !rect)
-        return kKXErrBadParam;
-    if (KXImageGetTransparency(image) < 1)
-        return kKXNoErr;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    return DispatchPlaneBytes(KXImageGetPlaneBytes(image),
-                              [&](auto tag) { return FlattenKernel<typename decltype(tag)::Type>(image, effectRect); });
+    // Without alpha there is nothing to flatten: the neutral copy of an image onto itself does nothing.
+    return EffectEntry(image, rect)
+        .NeutralWhen([&] { return KXImageGetTransparency(image) < 1; })
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            return FlattenKernel<Sample>(image, effectRect);
+        });
 }

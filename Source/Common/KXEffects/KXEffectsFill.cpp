@@ -1,5 +1,5 @@
 // Flat colour fills and solarize.
-#include "KXEffectsDispatch.h"
+#include "KXEffectsEntry.h"
 #include "KXEffectsRowLoop.h"
 
 #include <algorithm>
@@ -40,24 +40,20 @@ template <class Sample> int32_t SolarizeKernel(KXImage* source, KXImage* destina
 
 int32_t KXEffectsFillColor(KXImage* image, const KXRect* rect, const float* color)
 {
-    if (!image || !rect || !color)
-        return kKXErrBadParam;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    return DispatchImageDepth(image, [&](auto tag) {
-        return FillKernel<typename decltype(tag)::Type>(image, effectRect, color);
+    return EffectEntry(image, rect).Requires(color).Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& r) {
+        return FillKernel<Sample>(image, r, color);
     });
 }
 
 int32_t KXEffectsSolarize(KXImage* source, KXImage* destination, const KXRect* rect)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
     // Unlike the other effects, solarize reports an unknown depth as a bad image format.
-    const int32_t depth = KXImageGetDepth(source);
-    if (depth != 8 && depth != 16 && depth != 32)
-        return kKXErrBadImageFormat;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    return DispatchDepth(depth, [&](auto tag) {
-        return SolarizeKernel<typename decltype(tag)::Type>(source, destination, effectRect);
-    });
+    return EffectEntry(source, destination, rect)
+        .Require([&] {
+            const int32_t depth = KXImageGetDepth(source);
+            return depth == 8 || depth == 16 || depth == 32;
+        }, kKXErrBadImageFormat)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            return SolarizeKernel<Sample>(source, destination, effectRect);
+        });
 }

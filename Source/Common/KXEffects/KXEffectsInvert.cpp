@@ -1,5 +1,5 @@
 // Invert and plain copies.
-#include "KXEffectsDispatch.h"
+#include "KXEffectsEntry.h"
 #include "KXEffectsRowLoop.h"
 
 namespace {
@@ -34,17 +34,13 @@ template <class Sample> int32_t InvertKernel(KXImage* source, KXImage* destinati
 
 int32_t KXEffectsInvert(KXImage* source, KXImage* destination, const KXRect* rect)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    return DispatchImageDepth(source, [&](auto tag) {
-        return InvertKernel<typename decltype(tag)::Type>(source, destination, effectRect);
-    });
+    return EffectEntry(source, destination, rect)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            return InvertKernel<Sample>(source, destination, effectRect);
+        });
 }
 
 int32_t KXEffectsCopyImage(KXImage* source, KXImage* destination, const KXRect* rect)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    return KXEffectsCopyRect(source, destination, CEffectRect::FromKXRect(*rect), KXPointMake(0, 0));
+    return EffectEntry(source, destination, rect).Copy();
 }

@@ -1,6 +1,6 @@
 // The one-plane luma image of an RGB picture, for the effects that work on luminance alone.
 #include "KXEffectsColorMath.h"
-#include "KXEffectsDispatch.h"
+#include "KXEffectsEntry.h"
 #include "KXEffectsRowLoop.h"
 
 #include <algorithm>
@@ -38,7 +38,7 @@ template <class In, class Out> void LumaKernel(KXImage* source, KXImage* luma, c
 
 int32_t CreateLuminosity(KXImage* source, KXImage** outImage, const KXRect* rect, int32_t planeBytes)
 {
-    return DispatchPlaneBytes(KXImageGetPlaneBytes(source), [&](auto in) {
+    return DispatchSample(source, [&](auto in) {
         return DispatchPlaneBytes(planeBytes, [&](auto out) {
             CImageRef luma;
             const int32_t status =
@@ -61,8 +61,7 @@ int32_t KXEffectsCreateLuminosityImage(KXImage* source, KXImage** outImage, cons
     if (!source || !outImage || !rect)
         return kKXErrBadParam;
     *outImage = nullptr;
-    const PixelLayout layout = LayoutOf(source);
-    if (layout.colourPlanes < 3)
+    if (!HasThreeColourPlanes(source))
         return kKXErrUnsupported;
     return CreateLuminosity(source, outImage, rect, planeBytes == 0 ? KXImageGetPlaneBytes(source) : planeBytes);
 }

@@ -1,6 +1,7 @@
 // Progressive sharpening: the luma of RGB pictures (each plane of others) pushed away from its gaussian blurs
 // at four scales in one pass, the finest weighted down by fineReduction.
 #include "KXEffectsColorMath.h"
+#include "KXEffectsEntry.h"
 #include "KXEffectsGaussianBlur.h"
 #include "KXEffectsRowLoop.h"
 
@@ -149,24 +150,21 @@ void PlaneKernel(KXImage* source, KXImage* destination, const ScaleImages& scale
 
 // ---- Dispatch ----
 
-// One of the twelve kernels: depth, luminance or planes, with or without threshold.
-int32_t CombineScales(KXImage* source, KXImage* destination, const ScaleImages& scales, const CEffectRect& rect,
-                      bool luminance, const ProgressiveSettings& settings)
+// One of the four kernels of a depth: luminance or planes, with or without threshold.
+template <class Sample>
+void CombineScales(KXImage* source, KXImage* destination, const ScaleImages& scales, const CEffectRect& rect,
+                   bool luminance, const ProgressiveSettings& settings)
 {
-    return DispatchImageDepth(source, [&](auto tag) {
-        using Sample = typename decltype(tag)::Type;
-        const auto run = [&](auto thresholded) {
-            if (luminance)
-                LuminanceKernel<Sample, decltype(thresholded)::value>(source, destination, scales, rect, settings);
-            else
-                PlaneKernel<Sample, decltype(thresholded)::value>(source, destination, scales, rect, settings);
-        };
-        if (settings.threshold > 0.0f)
-            run(std::true_type{});
+    const auto run = [&](auto thresholded) {
+        if (luminance)
+            LuminanceKernel<Sample, decltype(thresholded)::value>(source, destination, scales, rect, settings);
         else
-            run(std::false_type{});
-        return int32_t(kKXNoErr);
-    });
+            PlaneKernel<Sample, decltype(thresholded)::value>(source, destination, scales, rect, settings);
+    };
+    if (settings.threshold > 0.0f)
+        run(std::true_type{});
+    else
+        run(std::false_type{});
 }
 
 // The blurs of input over rect, one work image for each scale of weight above 0.
@@ -191,22 +189,20 @@ void BlurScales(KXImage* input, const KXRect* rect, float radius, const Progress
 int32_t KXEffectsSharpenProgressive(KXImage* source, KXImage* destination, const KXRect* rect, float amount,
                                     float radius, float fineReduction, float threshold)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    if (!(amount > 0.0f) || !(radius > 0.0f))
-        return KXEffectsCopyRect(source, destination, effectRect, KXPointMake(0, 0));
-    return KXEffectsCatchStatus(kSourceFile, __LINE__, [&] {
-        const ProgressiveSettings settings = SettingsOf(amount, fineReduction, threshold);
-        const bool luminance = KXImageGetColorSpaceType(source) == KXColorSpaceRGB;
-        CImageRef luma;
-        if (luminance) {
-            // Reach of the coarsest scale, so that its blur sees real pixels around rect.
-            const KXRect grown = KXRectOutset(rect, GaussianBlurOutset(radius * 4.0f));
-            KX_THROW_IF_ERROR(KXEffectsCreateLuminosityImage(source, luma.Out(), &grown, 0));
-        }
-        ScaleImages scales;
-        BlurScales(luminance ? luma.Get() : source, rect, radius, settings, scales);
-        return CombineScales(source, destination, scales, effectRect, luminance, settings);
-    });
+    return EffectEntry(source, destination, rect)
+        .NeutralWhen(!(amount > 0.0f) || !(radius > 0.0f))
+        .Catching(kSourceFile, __LINE__)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            const ProgressiveSettings settings = SettingsOf(amount, fineReduction, threshold);
+            const bool luminance = IsRGB(source);
+            CImageRef luma;
+            if (luminance) {
+                // Reach of the coarsest scale, so that its blur sees real pixels around rect.
+                const KXRect grown = KXRectOutset(rect, GaussianBlurOutset(radius * 4.0f));
+                KX_THROW_IF_ERROR(KXEffectsCreateLuminosityImage(source, luma.Out(), &grown, 0));
+            }
+            ScaleImages scales;
+            BlurScales(luminance ? luma.Get() : source, rect, radius, settings, scales);
+            CombineScales<Sample>(source, destination, scales, effectRect, luminance, settings);
+        });
 }

@@ -1,7 +1,7 @@
 // Variance: the local standard deviation (not the variance; the name is kept) from two box blurs, of the
 // samples and of their squares.
 #include "KXEffectsBoxBlur.h"
-#include "KXEffectsDispatch.h"
+#include "KXEffectsEntry.h"
 #include "KXEffectsRowLoop.h"
 
 #include <algorithm>
@@ -82,7 +82,8 @@ template <class Sample> int32_t BlurSquares(KXImage* squares, const KXRect* rect
 
 // The squares are taken before the mean is written, so that source and destination may be one image.
 template <class Sample>
-int32_t VarianceKernel(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius)
+int32_t VarianceKernel(KXImage* source, KXImage* destination, const KXRect* rect, const CEffectRect& effectRect,
+                       int32_t radius)
 {
     const KXRect bounds = KXImageGetBounds(source);
     CImageRef squares;
@@ -92,7 +93,7 @@ int32_t VarianceKernel(KXImage* source, KXImage* destination, const KXRect* rect
     SquareKernel<Sample>(source, squares, CEffectRect::FromKXRect(bounds));
     KX_THROW_IF_ERROR(BoxBlurDispatch(source, source, destination, rect, radius, KXPointMake(0, 0), 1.0f));
     KX_THROW_IF_ERROR(BlurSquares<Sample>(squares, rect, radius));
-    DeviationKernel<Sample>(squares, destination, CEffectRect::FromKXRect(*rect));
+    DeviationKernel<Sample>(squares, destination, effectRect);
     return kKXNoErr;
 }
 
@@ -100,12 +101,10 @@ int32_t VarianceKernel(KXImage* source, KXImage* destination, const KXRect* rect
 
 int32_t KXEffectsVariance(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    return KXEffectsCatchStatus(kSourceFile, __LINE__, [&]() {
-        return DispatchPlaneBytes(KXImageGetPlaneBytes(source), [&](auto tag) {
-            // A negative radius is taken as 0: the mean is the sample itself.
-            return VarianceKernel<typename decltype(tag)::Type>(source, destination, rect, std::max(radius, 0));
+    // A negative radius is taken as 0: the mean is the sample itself.
+    return EffectEntry(source, destination, rect)
+        .Catching(kSourceFile, __LINE__)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            return VarianceKernel<Sample>(source, destination, rect, effectRect, std::max(radius, 0));
         });
-    });
 }

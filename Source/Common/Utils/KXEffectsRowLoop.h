@@ -228,7 +228,7 @@ void ForEachPixel(KXImage* source, KXImage* destination, const CEffectRect& rect
 // pixel(rgb, extra...) on the three colour samples of a pixel, read into 0..1 and stored back by the
 // depth's rule.
 template <class Sample, class PixelFn, class... Extra>
-inline void ChangeColour(const Sample* in, Sample* out, PixelFn& pixel, Extra... extra)
+inline void ChangeColour(const Sample* in, Sample* out, PixelFn&& pixel, Extra... extra)
 {
     float rgb[3] = {ToUnit(in[0]), ToUnit(in[1]), ToUnit(in[2])};
     pixel(rgb, extra...);
