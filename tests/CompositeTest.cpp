@@ -292,6 +292,32 @@ TEST(MultiplyMasks, ProductOfCoveragesOfAnyDepthAndType)
     });
 }
 
+// A rectangle of negative width stands for rows as wide as the image in the views, but covers no pixel: on
+// images without a locked buffer nothing may be written back.
+TEST(Compositing, NegativeWidthChangesNothing)
+{
+    const KXRect negative = KXRectMake(kRect.x, kRect.y, -1, kRect.height);
+    for (int32_t depth : kDepths) {
+        SCOPED_TRACE(CaseName(depth, false));
+        const TestImage upper = Uniform(depth, false, {0.2, 0.4, 0.6, 1});
+        const TestImage lower = Uniform(depth, false, {0.6, 0.4, 0.2, 1});
+        const TestImage mask = Mask(depth, false, 0.6);
+        TestImage destination = Uniform(depth, false, {0.8, 0.8, 0.8, 0.8});
+        TestImage product = Mask(depth, false, 0.8);
+        const std::vector<float> before = destination.Samples(), productBefore = product.Samples();
+        CFMutableArrayRef masks = MaskArray({&mask, &mask});
+        EXPECT_EQ(KXEffectsBlendImages(upper, lower, destination, &negative, Code("norm")), kKXNoErr);
+        EXPECT_EQ(KXEffectsBlendImagesWithOpacitiesAndMasks(upper, 1, mask, lower, 1, mask, destination, &negative,
+                                                            Code("mul ")),
+                  kKXNoErr);
+        EXPECT_EQ(KXEffectsMixImages(upper, lower, destination, &negative, 0.5f, 0.5f), kKXNoErr);
+        EXPECT_EQ(KXEffectsMultiplyMasks(masks, product, &negative), kKXNoErr);
+        CFRelease(masks);
+        EXPECT_EQ(destination.Samples(), before);
+        EXPECT_EQ(product.Samples(), productBefore);
+    }
+}
+
 TEST(MakeCompositeImage, FlattensOntoWhiteAndKeepsAlpha)
 {
     ForEachImageKind([](int32_t depth, bool lockable) {

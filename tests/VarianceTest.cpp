@@ -58,4 +58,18 @@ TEST(Variance, FlatAreaHasNoDeviation)
     });
 }
 
+// A rectangle of negative width covers no pixel, also on images without a locked buffer and with alpha.
+TEST(Variance, NegativeWidthChangesNothing)
+{
+    for (int32_t depth : kDepths) {
+        SCOPED_TRACE(CaseName(depth, false));
+        const TestImage source = RandomImage(depth, false, 82, 4);
+        TestImage result = RandomImage(depth, false, 83, 4);
+        const std::vector<float> before = result.Samples();
+        const KXRect negative = KXRectMake(8, 0, -2, 3);
+        ASSERT_EQ(KXEffectsVariance(source, result, &negative, 1), kKXNoErr);
+        EXPECT_EQ(result.Samples(), before);
+    }
+}
+
 } // namespace

@@ -174,7 +174,7 @@ int32_t KXEffectsAutoColorMakeCurves(KXImage* image, float* curves)
         return kKXErrBadParam;
     if (KXImageGetWidth(image) < 16 || KXImageGetHeight(image) < 16)
         return kKXErrBadParam;
-    if (!IsRGB(image))
+    if (!IsRGBOfThreeColourPlanes(image))
         return kKXErrUnsupported;
     return DispatchPlaneBytes(KXImageGetPlaneBytes(image), [&](auto tag) {
         const Levels levels = AutoColorLevels<typename decltype(tag)::Type>(image, kAutoColorSettings);

@@ -216,7 +216,7 @@ int32_t KXEffectsAutoTone(KXImage* image, float* black, float* white, float* bri
         *shadows = settings.shadows, *highlights = settings.highlights;
     };
     publish();
-    if (!IsRGB(image))
+    if (!IsRGBOfThreeColourPlanes(image))
         return kKXErrUnsupported;
     const int32_t status = DispatchPlaneBytes(KXImageGetPlaneBytes(image), [&](auto tag) {
         settings = AutoToneOf<typename decltype(tag)::Type>(image);

@@ -2,7 +2,7 @@
 // mixer and its automatic mixture; the plain colour filter; luma or mean. Every colour plane of the result
 // takes the same gray, unless a toner colours it.
 #include "KXEffectsColorMath.h"
-#include "KXEffectsDispatch.h"
+#include "KXEffectsEntry.h"
 #include "KXEffectsRowLoop.h"
 #include "KXEffectsToneCurves.h"
 #include "KXEffectsWhiteBalance.h"
@@ -65,11 +65,6 @@ template <class Fn> auto WithFlag(bool flag, Fn&& fn)
     return flag ? fn(std::true_type{}) : fn(std::false_type{});
 }
 
-bool HasRGBPlanes(KXImage* image)
-{
-    return KXImageGetColorSpaceType(image) == KXColorSpaceRGB &&
-           KXImageGetNumPlanes(image) - KXImageGetTransparency(image) >= 3;
-}
 
 // ---- One gray in every colour plane ----
 
@@ -143,10 +138,10 @@ void BlackAndWhiteKernel(KXImage* source, KXImage* destination, const CEffectRec
                          Grain& grain)
 {
     const float keep = 1.0f - s.tonerAmount;
-    int32_t y = rect.top; // the row loop visits the rows from top to bottom
     ForEachRow<Sample>(
-        source, destination, rect, [&](const Sample* in, Sample* out, int32_t width, const PixelLayout& layout) {
-            const auto tileRow = grain.Row(y++);
+        source, destination, rect,
+        [&](int32_t row, const Sample* in, Sample* out, int32_t width, const PixelLayout& layout) {
+            const auto tileRow = grain.Row(row);
             WithPlaneCounts(layout, [&](auto planes, auto) {
                 for (int32_t i = 0; i < width; ++i, in += planes, out += planes) {
                     float v = s.weights[0] * float(in[0]) + s.weights[1] * float(in[1]) + s.weights[2] * float(in[2]);
@@ -175,7 +170,7 @@ int32_t BlackAndWhiteWithGrain(KXImage* source, KXImage* destination, const CEff
         BlackAndWhiteKernel<Sample, Contrast, Toner>(source, destination, rect, settings, none);
         return kKXNoErr;
     }
-    return DispatchPlaneBytes(KXImageGetPlaneBytes(grainTile), [&](auto tileTag) {
+    return DispatchSample(grainTile, [&](auto tileTag) {
         GrainTile<typename decltype(tileTag)::Type> grain(grainTile, grainAmount);
         BlackAndWhiteKernel<Sample, Contrast, Toner>(source, destination, rect, settings, grain);
         return int32_t(kKXNoErr);
@@ -194,12 +189,10 @@ struct MixtureSums {
 // The decomposition of every pixel of the image, in the samples' own units, summed in doubles.
 template <class Sample> void AccumulateMixture(KXImage* image, MixtureSums& sums)
 {
-    const KXRect bounds = KXImageGetBounds(image);
+    const CEffectRect bounds = CEffectRect::FromKXRect(KXImageGetBounds(image));
     const int32_t planes = KXImageGetNumPlanes(image);
-    CImageView view(image);
-    for (int32_t row = bounds.y; row < bounds.y + bounds.height; ++row) {
-        const auto* in = static_cast<const Sample*>(view.ReadRow(row, bounds.x, bounds.width));
-        for (int32_t x = 0; x < bounds.width; ++x, in += planes) {
+    WalkSourceRows(bounds, Sources<Sample>{image}, [&](int32_t, const Sample* in) {
+        for (int32_t x = 0; x < bounds.Width(); ++x, in += planes) {
             const float rgb[3] = {float(in[0]), float(in[1]), float(in[2])};
             float colours[kColourCount];
             SplitColorComponents(rgb, colours);
@@ -210,7 +203,7 @@ template <class Sample> void AccumulateMixture(KXImage* image, MixtureSums& sums
                 sums.squares[i] += double(colours[i]) * double(colours[i]);
             }
         }
-    }
+    });
 }
 
 // Each colour weighted by its spread across the image, then scaled so the mixture keeps the mean of
@@ -242,61 +235,57 @@ int32_t KXEffectsBlackAndWhite(KXImage* source, KXImage* destination, const KXRe
                                float contrast, KXImage* grainTile, float grainAmount, const float* tonerColor,
                                float tonerAmount)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    if (!HasRGBPlanes(source))
-        return kKXErrUnsupported;
     const bool grainOn = grainTile && grainAmount > 0.0f;
-    if (grainOn && (KXImageGetWidth(grainTile) != kGrainTileSize || KXImageGetHeight(grainTile) != kGrainTileSize))
-        return kKXErrBadInput;
     float hueWeights[3];
     HueWeights(filterHue, hueWeights);
     const float sum = hueWeights[0] + hueWeights[1] + hueWeights[2];
     const float noToner[3] = {};
     GraySettings settings{{}, contrast, TonerMap(tonerColor ? tonerColor : noToner), tonerAmount};
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    return DispatchPlaneBytes(KXImageGetPlaneBytes(source), [&](auto tag) {
-        using Sample = typename decltype(tag)::Type;
-        for (int32_t c = 0; c < 3; ++c)
-            settings.weights[c] = hueWeights[c] / sum * SampleTraits<Sample>::kReciprocal;
-        return WithFlag(contrast != 0.0f, [&](auto contrastOn) {
-            return WithFlag(tonerColor && tonerAmount > 0.0f, [&](auto tonerOn) {
-                return BlackAndWhiteWithGrain<Sample, decltype(contrastOn)::value, decltype(tonerOn)::value>(
-                    source, destination, effectRect, settings, grainOn ? grainTile : nullptr, grainAmount);
+    return EntryPoint(source, destination, rect)
+        .RGBOnly()
+        .Require([&] { return HasThreeColourPlanes(source); }, kKXErrUnsupported)
+        .Require([&] {
+            return !grainOn ||
+                   (KXImageGetWidth(grainTile) == kGrainTileSize && KXImageGetHeight(grainTile) == kGrainTileSize);
+        }, kKXErrBadInput)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            for (int32_t c = 0; c < 3; ++c)
+                settings.weights[c] = hueWeights[c] / sum * SampleTraits<Sample>::kReciprocal;
+            return WithFlag(contrast != 0.0f, [&](auto contrastOn) {
+                return WithFlag(tonerColor && tonerAmount > 0.0f, [&](auto tonerOn) {
+                    return BlackAndWhiteWithGrain<Sample, decltype(contrastOn)::value, decltype(tonerOn)::value>(
+                        source, destination, effectRect, settings, grainOn ? grainTile : nullptr, grainAmount);
+                });
             });
         });
-    });
 }
 
 int32_t KXEffectsBlackAndWhiteColorResponse(KXImage* source, KXImage* destination, const KXRect* rect,
                                             const float* filterColor, const float* responses)
 {
-    if (!source || !destination || !rect || !responses)
-        return kKXErrBadParam;
-    if (!HasRGBPlanes(source))
-        return kKXErrUnsupported;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    return DispatchPlaneBytes(KXImageGetPlaneBytes(source), [&](auto tag) {
-        using Sample = typename decltype(tag)::Type;
-        WithFlag(filterColor != nullptr, [&](auto filtered) {
-            ColorResponseKernel<Sample, decltype(filtered)::value>(source, destination, effectRect, filterColor,
-                                                                   responses);
+    return EntryPoint(source, destination, rect)
+        .Requires(responses)
+        .RGBOnly()
+        .Require([&] { return HasThreeColourPlanes(source); }, kKXErrUnsupported)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            WithFlag(filterColor != nullptr, [&](auto filtered) {
+                ColorResponseKernel<Sample, decltype(filtered)::value>(source, destination, effectRect, filterColor,
+                                                                       responses);
+            });
         });
-        return int32_t(kKXNoErr);
-    });
 }
 
 int32_t KXEffectsBlackAndWhiteColorResponseGetAutoMixture(KXImage* image, float* responses)
 {
     if (!image || !responses)
         return kKXErrBadParam;
-    if (KXImageGetNumPlanes(image) - KXImageGetTransparency(image) < 3)
+    if (!HasThreeColourPlanes(image))
         return kKXErrBadImageFormat;
     const double count = double(KXImageGetWidth(image)) * double(KXImageGetHeight(image));
     if (count == 0.0)
         return kKXErrBadInput;
     MixtureSums sums;
-    const int32_t status = DispatchPlaneBytes(KXImageGetPlaneBytes(image), [&](auto tag) {
+    const int32_t status = DispatchSample(image, [&](auto tag) {
         AccumulateMixture<typename decltype(tag)::Type>(image, sums);
         return int32_t(kKXNoErr);
     });
@@ -309,20 +298,16 @@ int32_t KXEffectsBlackAndWhiteColorResponseGetAutoMixture(KXImage* image, float*
 int32_t KXEffectsColorFilter(KXImage* source, KXImage* destination, const KXRect* rect, float redWeight,
                              float greenWeight, float blueWeight)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
     const float weights[3] = {redWeight, greenWeight, blueWeight};
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    return DispatchImageDepth(source, [&](auto tag) {
-        using Sample = typename decltype(tag)::Type;
-        GrayKernel<Sample>(source, destination, effectRect, [&weights](const Sample* in, auto colourPlanes) {
-            float v = 0.0f;
-            for (int32_t c = 0; c < colourPlanes && c < 3; ++c)
-                v += weights[c] * float(in[c]);
-            return v;
+    return EntryPoint(source, destination, rect)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            GrayKernel<Sample>(source, destination, effectRect, [&weights](const Sample* in, auto colourPlanes) {
+                float v = 0.0f;
+                for (int32_t c = 0; c < colourPlanes && c < 3; ++c)
+                    v += weights[c] * float(in[c]);
+                return v;
+            });
         });
-        return int32_t(kKXNoErr);
-    });
 }
 
 int32_t KXEffectsBlackAndWhiteWithColorFilter(KXImage* source, KXImage* destination, const KXRect* rect,
@@ -336,24 +321,20 @@ int32_t KXEffectsBlackAndWhiteWithColorFilter(KXImage* source, KXImage* destinat
 
 int32_t KXEffectsBlackWhite(KXImage* source, KXImage* destination, const KXRect* rect, int32_t mode)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
     // Luma reads three colour planes, which a gray image does not have.
-    if (mode == 0 && KXImageGetNumPlanes(source) - KXImageGetTransparency(source) < 3)
-        return kKXErrUnsupported;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    return DispatchImageDepth(source, [&](auto tag) {
-        using Sample = typename decltype(tag)::Type;
-        if (mode == 0)
-            GrayKernel<Sample>(source, destination, effectRect,
-                               [](const Sample* in, auto) { return Luma(float(in[0]), float(in[1]), float(in[2])); });
-        else if (mode == 1)
-            GrayKernel<Sample>(source, destination, effectRect, [](const Sample* in, auto colourPlanes) {
-                float sum = 0.0f;
-                for (int32_t c = 0; c < colourPlanes; ++c)
-                    sum += float(in[c]);
-                return sum / float(colourPlanes);
-            });
-        return int32_t(kKXNoErr);
-    });
+    return EntryPoint(source, destination, rect)
+        .Require([&] { return mode != 0 || HasThreeColourPlanes(source); }, kKXErrUnsupported)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            if (mode == 0)
+                GrayKernel<Sample>(source, destination, effectRect, [](const Sample* in, auto) {
+                    return Luma(float(in[0]), float(in[1]), float(in[2]));
+                });
+            else if (mode == 1)
+                GrayKernel<Sample>(source, destination, effectRect, [](const Sample* in, auto colourPlanes) {
+                    float sum = 0.0f;
+                    for (int32_t c = 0; c < colourPlanes; ++c)
+                        sum += float(in[c]);
+                    return sum / float(colourPlanes);
+                });
+        });
 }

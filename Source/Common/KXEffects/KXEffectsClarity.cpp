@@ -1,6 +1,6 @@
 // Clarity: local contrast on luminance alone. The difference between each pixel's luma and a blur of the
 // luma is laid over the luma in overlay fashion, so midtones gain most and chroma stays.
-#include "KXEffectsDispatch.h"
+#include "KXEffectsEntry.h"
 #include "KXEffectsGaussianBlur.h"
 #include "KXEffectsRowLoop.h"
 
@@ -30,39 +30,24 @@ inline void ClarityPixel(float* rgb, float blurredLuma, float amount)
 template <class Sample>
 void ClarityKernel(KXImage* source, KXImage* luma, KXImage* destination, const CEffectRect& rect, float amount)
 {
-    ForEachRowWithMaskView<Sample>(
-        source, destination, luma, rect,
-        [amount](const Sample* in, Sample* out, const void* lumaRow, int32_t width, const PixelLayout& layout) {
-            const auto* blurred = static_cast<const Sample*>(lumaRow);
-            for (int32_t x = 0; x < width; ++x) {
-                const ptrdiff_t at = ptrdiff_t(x) * layout.planes;
-                float rgb[3] = {ToUnit(in[at]), ToUnit(in[at + 1]), ToUnit(in[at + 2])};
-                ClarityPixel(rgb, ToUnit(blurred[x]), amount);
-                for (int32_t c = 0; c < 3; ++c)
-                    out[at + c] = FromUnit<Sample>(rgb[c]);
-            }
-        });
+    ForEachMaskedColour<Sample>(source, destination, luma, rect,
+                                [amount](float* rgb, float blurredLuma) { ClarityPixel(rgb, blurredLuma, amount); });
 }
 
 } // namespace
 
 int32_t KXEffectsClarity(KXImage* source, KXImage* destination, const KXRect* rect, float amount, float radius)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    if (!(amount > 0.0f) || !(radius > 0.0f))
-        return KXEffectsCopyRect(source, destination, effectRect, KXPointMake(0, 0));
-    return KXEffectsCatchStatus(kSourceFile, __LINE__, [&] {
-        const KXRect grown = KXRectOutset(rect, GaussianBlurOutset(radius));
-        if (KXImageGetColorSpaceType(source) != KXColorSpaceRGB)
-            KX_RAISE(kKXErrUnsupported);
-        CImageRef luma;
-        BlurredLuminosity(source, grown, *rect, radius, luma, kSourceFile);
-        KX_THROW_IF_ERROR(DispatchPlaneBytes(KXImageGetPlaneBytes(source), [&](auto tag) {
-            ClarityKernel<typename decltype(tag)::Type>(source, luma, destination, effectRect, amount);
-            return int32_t(kKXNoErr);
-        }));
-        return int32_t(kKXNoErr);
-    });
+    return EntryPoint(source, destination, rect)
+        .NeutralWhen(!(amount > 0.0f) || !(radius > 0.0f))
+        .Catching(kSourceFile, __LINE__)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            // Checked once the neutral copy is ruled out, and logged.
+            if (!IsRGB(source))
+                KX_RAISE(kKXErrUnsupported);
+            const KXRect grown = KXRectOutset(rect, GaussianBlurOutset(radius));
+            CImageRef luma;
+            BlurredLuminosity(source, grown, *rect, radius, luma, kSourceFile);
+            ClarityKernel<Sample>(source, luma, destination, effectRect, amount);
+        });
 }

@@ -1,7 +1,7 @@
 // Colour model conversions of one colour and of images, the hue components, and desaturation.
 #include "KXEffectsBlendModes.h"
 #include "KXEffectsColorMath.h"
-#include "KXEffectsDispatch.h"
+#include "KXEffectsEntry.h"
 #include "KXEffectsRowLoop.h"
 
 #include <array>
@@ -94,26 +94,18 @@ void ConvertRow(const Sample* in, Sample* out, int32_t width, const ConversionLa
     }
 }
 
-// Source and destination differ in planes here, so each image is walked with its own layout.
+// Source and destination differ in planes here, so each image is walked with its own layout and the
+// kernel writes alpha itself.
 template <class Sample, int32_t Conversion>
 void ConvertImageKernel(KXImage* source, KXImage* destination, const CEffectRect& rect)
 {
-    if (rect.IsEmpty())
-        return;
     const int32_t sourceAlpha = KXImageGetTransparency(source);
     const int32_t destinationAlpha = KXImageGetTransparency(destination);
     const ConversionLayout layout{InputPlanes(Conversion) + sourceAlpha, OutputPlanes(Conversion) + destinationAlpha,
                                   sourceAlpha != 0, destinationAlpha != 0};
-    const int32_t width = rect.Width();
-    CImageView sourceView(source);
-    CImageView destinationView(destination);
-    for (int32_t row = rect.top; row < rect.bottom; ++row) {
-        const auto* in = static_cast<const Sample*>(sourceView.ReadRow(row, rect.left, width));
-        auto* out = static_cast<Sample*>(destinationView.WriteRow(row, rect.left, width));
-        ConvertRow<Sample, Conversion>(in, out, width, layout);
-    }
-    destinationView.Detach();
-    sourceView.Detach();
+    WalkRows<Sample>(
+        rect, Sources<Sample>{source}, destination, {.alphaSource = RowWalkOrder::kNoAlphaCopy},
+        [&](int32_t, const Sample* in, Sample* out) { ConvertRow<Sample, Conversion>(in, out, rect.Width(), layout); });
 }
 
 using ImageKernel = void (*)(KXImage*, KXImage*, const CEffectRect&);
@@ -171,21 +163,16 @@ int32_t KXEffectsConvertColorMode(const float* input, float* output, int32_t con
 
 int32_t KXEffectsConvertImageMode(KXImage* source, KXImage* destination, const KXRect* rect, int32_t conversion)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
     // Conversion 7 makes RGB of one gray plane; the others read three colour planes.
-    const int32_t colourPlanes = KXImageGetNumPlanes(source) - KXImageGetTransparency(source);
-    if (colourPlanes != (conversion == 7 ? 1 : 3))
-        return kKXErrUnsupported;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    return DispatchImageDepth(source, [&](auto tag) {
-        using Sample = typename decltype(tag)::Type;
-        if (conversion < 0 || conversion >= kImageConversions)
-            return int32_t(kKXErrBadParam);
-        static constexpr auto kernels = ImageKernels<Sample>(std::make_integer_sequence<int32_t, kImageConversions>{});
-        kernels[size_t(conversion)](source, destination, effectRect);
-        return int32_t(kKXNoErr);
-    });
+    return EntryPoint(source, destination, rect)
+        .Require(conversion >= 0 && conversion < kImageConversions, kKXErrBadParam)
+        .Require([&] { return KXImageGetNumPlanes(source) - KXImageGetTransparency(source) == (conversion == 7 ? 1 : 3); },
+                 kKXErrUnsupported)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            static constexpr auto kernels =
+                ImageKernels<Sample>(std::make_integer_sequence<int32_t, kImageConversions>{});
+            kernels[size_t(conversion)](source, destination, effectRect);
+        });
 }
 
 int32_t KXEffectsGetColorComponents(const float* rgb, float* components)
@@ -198,22 +185,17 @@ int32_t KXEffectsGetColorComponents(const float* rgb, float* components)
 
 int32_t KXEffectsDesaturate(KXImage* source, KXImage* destination, const KXRect* rect, uint32_t mode, float amount)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    if (KXImageGetColorSpaceType(source) != KXColorSpaceRGB)
-        return kKXErrUnsupported;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    if (!(amount > 0.0f))
-        return KXEffectsCopyRect(source, destination, effectRect, KXPointMake(0, 0));
-    return DispatchPlaneBytes(KXImageGetPlaneBytes(source), [&](auto sampleTag) {
-        using Sample = typename decltype(sampleTag)::Type;
-        return DispatchBlendMode(mode, [&](auto modeTag) {
-            using Mode = typename decltype(modeTag)::Type;
-            if (std::is_same_v<Mode, BlendNormal> && amount == 1.0f)
-                DesaturateToLumaKernel<Sample>(source, destination, effectRect);
-            else
-                DesaturateKernel<Sample, Mode>(source, destination, effectRect, amount);
-            return int32_t(kKXNoErr);
+    return EntryPoint(source, destination, rect)
+        .RGBOnly()
+        .NeutralWhen(!(amount > 0.0f))
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            return DispatchBlendMode(mode, [&](auto modeTag) {
+                using Mode = typename decltype(modeTag)::Type;
+                if (std::is_same_v<Mode, BlendNormal> && amount == 1.0f)
+                    DesaturateToLumaKernel<Sample>(source, destination, effectRect);
+                else
+                    DesaturateKernel<Sample, Mode>(source, destination, effectRect, amount);
+                return int32_t(kKXNoErr);
+            });
         });
-    });
 }

@@ -3,8 +3,8 @@
 #include "KXEffectsColorSelection.h"
 
 #include "KXEffectsColorMath.h"
-#include "KXEffectsDispatch.h"
-#include "KXEffectsUtils.h"
+#include "KXEffectsEntry.h"
+#include "KXEffectsRowLoop.h"
 
 #include <algorithm>
 #include <cmath>
@@ -188,73 +188,59 @@ template <EllipsoidMode Mode> struct EllipsoidSelection : Ellipsoid {
 // ---- Kernels ----
 
 // Each mask sample of rect becomes selection(colour of the source pixel, sample); integer masks add 0.5 to
-// the raw product and truncate. The mask row is read, then asked for writing: both hand out the same
-// locked row or the same scratch copy, so the row is changed in place.
+// the raw product and truncate. The mask row is changed in place.
 template <class SourceSample, class MaskSample, class Selection>
 void SelectionKernel(KXImage* source, KXImage* mask, const CEffectRect& rect, const Selection& selection)
 {
-    if (rect.IsEmpty())
-        return;
     const int32_t planes = KXImageGetNumPlanes(source);
-    const int32_t width = rect.Width();
-    CImageView sourceView(source);
-    CImageView maskView(mask);
-    for (int32_t row = rect.top; row < rect.bottom; ++row) {
-        const auto* in = static_cast<const SourceSample*>(sourceView.ReadRow(row, rect.left, width));
-        maskView.ReadRow(row, rect.left, width);
-        auto* out = static_cast<MaskSample*>(maskView.WriteRow(row, rect.left, width));
-        for (int32_t x = 0; x < width; ++x, in += planes) {
-            const float rgb[3] = {ToUnit(in[0]), ToUnit(in[1]), ToUnit(in[2])};
-            out[x] = FromRaw<MaskSample>(selection(rgb, float(out[x])));
-        }
-    }
-    maskView.Detach();
-    sourceView.Detach();
+    WalkRows<MaskSample>(rect, Sources<SourceSample>{source}, mask,
+                         {.alphaSource = RowWalkOrder::kNoAlphaCopy, .readDestination = true},
+                         [&](int32_t, const SourceSample* in, MaskSample* out) {
+                             for (int32_t x = 0; x < rect.Width(); ++x, in += planes) {
+                                 const float rgb[3] = {ToUnit(in[0]), ToUnit(in[1]), ToUnit(in[2])};
+                                 out[x] = FromRaw<MaskSample>(selection(rgb, float(out[x])));
+                             }
+                         });
 }
 
 // The live box of a one-plane mask over its bounds, as top, left, bottom, right. It starts inverted, near
 // sides at the far edge, so a mask without a live sample leaves it with a negative width and height.
 template <class MaskSample> CEffectRect LiveBox(KXImage* mask)
 {
-    CImageView view(mask);
-    const CEffectRect bounds = view.Bounds();
+    const CEffectRect bounds = CEffectRect::FromKXRect(KXImageGetBounds(mask));
     const int32_t width = bounds.Width();
     CEffectRect box{bounds.bottom, bounds.right, bounds.top, bounds.left};
-    for (int32_t row = bounds.top; row < bounds.bottom; ++row) {
-        const auto* samples = static_cast<const MaskSample*>(view.ReadRow(row, CImageView::kViewAuto, -1));
+    WalkSourceRows(bounds, Sources<MaskSample>{mask}, [&](int32_t row, const MaskSample* samples) {
         int32_t first = 0;
         while (first < width && samples[first] == MaskSample(0))
             ++first;
         if (first == width)
-            continue;
+            return;
         int32_t last = width - 1;
         while (samples[last] == MaskSample(0))
             --last;
         box = {std::min(box.top, row), std::min(box.left, bounds.left + first), std::max(box.bottom, row + 1),
                std::max(box.right, bounds.left + last + 1)};
-    }
-    view.Detach();
+    });
     return box;
 }
 
 // ---- Dispatch ----
 
-// The checks of every selection, then source width by mask width into one of nine kernels.
+// The checks of every selection, then source width by mask width into one of nine kernels. The mask is the
+// destination, of one plane.
 template <class Selection>
 int32_t RunSelection(KXImage* source, KXImage* mask, const KXRect* rect, const Selection& selection)
 {
-    if (!source || !mask || !rect)
-        return kKXErrBadParam;
-    if (KXImageGetColorSpaceType(source) != KXColorSpaceRGB || KXImageGetNumPlanes(mask) != 1)
-        return kKXErrUnsupported;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    return DispatchPlaneBytes(KXImageGetPlaneBytes(source), [&](auto sourceTag) {
-        return DispatchPlaneBytes(KXImageGetPlaneBytes(mask), [&](auto maskTag) {
-            SelectionKernel<typename decltype(sourceTag)::Type, typename decltype(maskTag)::Type>(
-                source, mask, effectRect, selection);
-            return int32_t(kKXNoErr);
+    return EntryPoint(source, mask, rect)
+        .RGBOnly()
+        .Require([&] { return KXImageGetNumPlanes(mask) == 1; }, kKXErrUnsupported)
+        .Run([&]<class SourceSample>(SampleTag<SourceSample>, const CEffectRect& effectRect) {
+            return DispatchSample(mask, [&](auto maskTag) {
+                SelectionKernel<SourceSample, typename decltype(maskTag)::Type>(source, mask, effectRect, selection);
+                return int32_t(kKXNoErr);
+            });
         });
-    });
 }
 
 // The general ellipsoid selector: the target colour, radii of luma, Cb and Cr, strength and mode.
@@ -385,7 +371,7 @@ int32_t KXEffectsFindMaskBounds(KXImage* mask, KXRect* bounds)
         return kKXErrBadParam;
     if (KXImageGetNumPlanes(mask) != 1)
         return kKXErrUnsupported;
-    return DispatchPlaneBytes(KXImageGetPlaneBytes(mask), [&](auto tag) {
+    return DispatchSample(mask, [&](auto tag) {
         const CEffectRect box = LiveBox<typename decltype(tag)::Type>(mask);
         *bounds = box.Width() < 0 || box.Height() < 0 ? KXRectMake(0, 0, 0, 0) : box.ToKXRect();
         return int32_t(kKXNoErr);

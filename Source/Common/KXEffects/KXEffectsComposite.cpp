@@ -1,7 +1,7 @@
 // Compositing: layers under a blend mode, opacities, masks and true alpha; weighted sums, gains about a
 // pivot, products of masks and the flattening of an image onto white.
 #include "KXEffectsBlendModes.h"
-#include "KXEffectsDispatch.h"
+#include "KXEffectsEntry.h"
 #include "KXEffectsRowLoop.h"
 
 #include <algorithm>
@@ -101,32 +101,27 @@ void MultiplyByCoverage(const void* maskRow, const ScaleBias& reading, float* va
         values[x] = values[x] * ApplyScaleBias(float(samples[x]), reading);
 }
 
-// One mask read row by row, its depth resolved once when it is attached.
-class CMaskRows {
-public:
+// How one mask's rows multiply into coverage, its depth resolved once per call.
+struct MaskCoverage {
+    ScaleBias reading{};
+    CoverageRowFn multiply = nullptr;
+
     // kKXErrUnsupported for a plane size without a kernel.
-    int32_t Attach(KXImage* mask)
+    int32_t Resolve(KXImage* mask)
     {
-        m_view.Attach(mask);
         const bool inverted = KXImageGetType(mask) == KXImageTypeInvertedMask;
-        return DispatchPlaneBytes(KXImageGetPlaneBytes(mask), [&](auto tag) {
+        return DispatchSample(mask, [&](auto tag) {
             using MaskSample = typename decltype(tag)::Type;
             const float scale = SampleTraits<MaskSample>::kReciprocal;
-            m_reading = inverted ? ScaleBias{-scale, 1.0f} : ScaleBias{scale, 0.0f};
-            m_multiply = &MultiplyByCoverage<MaskSample>;
+            reading = inverted ? ScaleBias{-scale, 1.0f} : ScaleBias{scale, 0.0f};
+            multiply = &MultiplyByCoverage<MaskSample>;
             return int32_t(kKXNoErr);
         });
     }
-    void MultiplyRow(int32_t row, const CEffectRect& rect, float* values)
+    void MultiplyRow(const void* maskRow, float* values, int32_t width) const
     {
-        m_multiply(m_view.ReadRow(row, rect.left, rect.Width()), m_reading, values, std::max(rect.Width(), 0));
+        multiply(maskRow, reading, values, width);
     }
-    void Detach() { m_view.Detach(); }
-
-private:
-    CImageView m_view;
-    ScaleBias m_reading{};
-    CoverageRowFn m_multiply = nullptr;
 };
 
 // ---- Layer compositing ----
@@ -252,73 +247,60 @@ template <class Mode, class Fn> void WithCompositePlaneCounts(const PixelLayout&
     }
 }
 
-// The views of a composite, attached in the order upper, lower, destination, upper mask, lower mask.
-struct CompositeViews {
-    CImageView upper;
-    CImageView lower;
-    CImageView destination;
-    CMaskRows upperMask;
-    CMaskRows lowerMask;
+// The coverage of each mask present; kKXErrUnsupported for a mask of a plane size without a kernel.
+int32_t ResolveMasks(const CompositeCall& call, MaskCoverage& upper, MaskCoverage& lower)
+{
+    const int32_t status = call.upper.mask ? upper.Resolve(call.upper.mask) : int32_t(kKXNoErr);
+    if (status == kKXNoErr && call.lower.mask)
+        return lower.Resolve(call.lower.mask);
+    return status;
+}
 
-    int32_t Attach(const CompositeCall& call)
-    {
-        upper.Attach(call.upper.image);
-        lower.Attach(call.lower.image);
-        destination.Attach(call.destination);
-        int32_t status = call.upper.mask ? upperMask.Attach(call.upper.mask) : int32_t(kKXNoErr);
-        if (status == kKXNoErr && call.lower.mask)
-            status = lowerMask.Attach(call.lower.mask);
-        return status;
-    }
-    void Detach()
-    {
-        destination.Detach();
-        lowerMask.Detach();
-        upperMask.Detach();
-        lower.Detach();
-        upper.Detach();
-    }
+// The masks' rows of one row, null where a layer has no mask.
+struct MaskRows {
+    const void* upper;
+    const void* lower;
 };
 
 // Both layers' alphas for one row: opacity x alpha x coverage, the mask's coverage multiplied in last.
 template <class Sample>
-void FormLayerAlphas(const CompositeCall& call, const CompositeLayout& layout, CompositeViews& views, int32_t row,
-                     const CompositeRowData<Sample>& data)
+void FormLayerAlphas(const CompositeCall& call, const CompositeLayout& layout, const MaskCoverage* coverages,
+                     const MaskRows& masks, const CompositeRowData<Sample>& data)
 {
     const int32_t colourPlanes = layout.destination.colourPlanes;
     LayerAlphaRow(data.upper, layout.upperPlanes, colourPlanes, call.upper.opacity, data.upperAlphas, data.width);
     LayerAlphaRow(data.lower, layout.lowerPlanes, colourPlanes, call.lower.opacity, data.lowerAlphas, data.width);
-    if (call.upper.mask)
-        views.upperMask.MultiplyRow(row, call.rect, data.upperAlphas);
-    if (call.lower.mask)
-        views.lowerMask.MultiplyRow(row, call.rect, data.lowerAlphas);
+    if (masks.upper)
+        coverages[0].MultiplyRow(masks.upper, data.upperAlphas, data.width);
+    if (masks.lower)
+        coverages[1].MultiplyRow(masks.lower, data.lowerAlphas, data.width);
 }
 
+// Upper and lower are read, the destination row asked for, then the masks read; the kernel writes alpha.
 template <class Sample, class Mode> int32_t CompositeKernel(const CompositeCall& call)
 {
     CompositeLayout layout;
     if (const int32_t status = LayoutComposite(call, Mode::kWholePixel, &layout))
         return status;
-    CompositeViews views;
-    if (const int32_t status = views.Attach(call))
+    MaskCoverage coverages[2];
+    if (const int32_t status = ResolveMasks(call, coverages[0], coverages[1]))
         return status;
     const CEffectRect& rect = call.rect;
     const int32_t columns = std::max(rect.Width(), 0);
     CAlignedBuffer alphas(2 * size_t(columns) * sizeof(float));
     float* upperAlphas = alphas.As<float>();
     float* lowerAlphas = upperAlphas + columns;
-    for (int32_t row = rect.top; row < rect.bottom; ++row) {
-        const CompositeRowData<Sample> rowData{
-            static_cast<const Sample*>(views.upper.ReadRow(row, rect.left, rect.Width())),
-            static_cast<const Sample*>(views.lower.ReadRow(row, rect.left, rect.Width())),
-            static_cast<Sample*>(views.destination.WriteRow(row, rect.left, rect.Width())),
-            upperAlphas, lowerAlphas, columns};
-        FormLayerAlphas(call, layout, views, row, rowData);
-        WithCompositePlaneCounts<Mode>(layout.destination, [&](auto planes, auto colourPlanes) {
-            CompositeRow<Sample, Mode>(rowData, layout, planes, colourPlanes);
+    WalkRows<Sample>(
+        rect, Sources<Sample, Sample, void, void>{call.upper.image, call.lower.image, call.upper.mask, call.lower.mask},
+        call.destination, {.alphaSource = RowWalkOrder::kNoAlphaCopy, .firstLateSource = 2},
+        [&](int32_t, const Sample* upper, const Sample* lower, const void* upperMask, const void* lowerMask,
+            Sample* out) {
+            const CompositeRowData<Sample> rowData{upper, lower, out, upperAlphas, lowerAlphas, columns};
+            FormLayerAlphas(call, layout, coverages, {upperMask, lowerMask}, rowData);
+            WithCompositePlaneCounts<Mode>(layout.destination, [&](auto planes, auto colourPlanes) {
+                CompositeRow<Sample, Mode>(rowData, layout, planes, colourPlanes);
+            });
         });
-    }
-    views.Detach();
     return kKXNoErr;
 }
 
@@ -330,19 +312,12 @@ int32_t MixKernel(KXImage* image1, KXImage* image2, KXImage* destination, const 
                   float weight2)
 {
     const int32_t count = std::max(rect.Width(), 0) * KXImageGetNumPlanes(destination);
-    CImageView first(image1);
-    CImageView second(image2);
-    CImageView target(destination);
-    for (int32_t row = rect.top; row < rect.bottom; ++row) {
-        const auto* a = static_cast<const Sample*>(first.ReadRow(row, rect.left, rect.Width()));
-        const auto* b = static_cast<const Sample*>(second.ReadRow(row, rect.left, rect.Width()));
-        auto* out = static_cast<Sample*>(target.WriteRow(row, rect.left, rect.Width()));
-        for (int32_t i = 0; i < count; ++i)
-            out[i] = MixSample(a[i], b[i], weight1, weight2);
-    }
-    target.Detach();
-    second.Detach();
-    first.Detach();
+    WalkRows<Sample>(rect, Sources<Sample, Sample>{image1, image2}, destination,
+                     {.alphaSource = RowWalkOrder::kNoAlphaCopy},
+                     [&](int32_t, const Sample* a, const Sample* b, Sample* out) {
+                         for (int32_t i = 0; i < count; ++i)
+                             out[i] = MixSample(a[i], b[i], weight1, weight2);
+                     });
     return kKXNoErr;
 }
 
@@ -369,59 +344,56 @@ template <class Sample> ScaleBias ProductStoreOf(KXImage* destination)
     return inverted ? ScaleBias{-kWhite<Sample>, kWhite<Sample>} : ScaleBias{kWhite<Sample>, 0.0f};
 }
 
-std::unique_ptr<CMaskRows[]> NewMaskRows(CFIndex count)
+// A failed allocation is thrown as kKXErrOutOfMemory.
+template <class T> std::unique_ptr<T[]> NewArray(CFIndex count)
 {
-    std::unique_ptr<CMaskRows[]> rows(new (std::nothrow) CMaskRows[size_t(count)]);
-    if (!rows)
+    std::unique_ptr<T[]> array(new (std::nothrow) T[size_t(count)]);
+    if (!array)
         KX_RAISE(kKXErrOutOfMemory);
-    return rows;
+    return array;
 }
 
+// All masks are read, in the array's order, before the destination row is asked for.
 template <class Sample> int32_t MultiplyMasksKernel(CFArrayRef masks, KXImage* destination, const CEffectRect& rect)
 {
     const CFIndex count = CFArrayGetCount(masks);
-    std::unique_ptr<CMaskRows[]> maskRows = NewMaskRows(count);
+    std::unique_ptr<KXImage*[]> images = NewArray<KXImage*>(count);
+    std::unique_ptr<MaskCoverage[]> coverages = NewArray<MaskCoverage>(count);
     for (CFIndex i = 0; i < count; ++i) {
-        auto* mask = static_cast<KXImage*>(const_cast<void*>(CFArrayGetValueAtIndex(masks, i)));
-        if (const int32_t status = maskRows[i].Attach(mask))
+        images[i] = static_cast<KXImage*>(const_cast<void*>(CFArrayGetValueAtIndex(masks, i)));
+        if (const int32_t status = coverages[i].Resolve(images[i]))
             return status;
     }
     const ScaleBias store = ProductStoreOf<Sample>(destination);
     const int32_t columns = std::max(rect.Width(), 0);
     CAlignedBuffer buffer(size_t(columns) * sizeof(float));
     float* products = buffer.As<float>();
-    CImageView target(destination);
-    for (int32_t row = rect.top; row < rect.bottom; ++row) {
-        std::fill(products, products + columns, 1.0f);
-        for (CFIndex i = 0; i < count; ++i)
-            maskRows[i].MultiplyRow(row, rect, products);
-        auto* out = static_cast<Sample*>(target.WriteRow(row, rect.left, rect.Width()));
-        for (int32_t x = 0; x < columns; ++x)
-            out[x] = FromRaw<Sample>(ApplyScaleBias(products[x], store));
-    }
-    target.Detach();
+    WalkRows<Sample>(rect, std::span<KXImage* const>(images.get(), size_t(count)), destination,
+                     {.alphaSource = RowWalkOrder::kNoAlphaCopy},
+                     [&](int32_t, const void* const* maskRows, Sample* out) {
+                         std::fill(products, products + columns, 1.0f);
+                         for (CFIndex i = 0; i < count; ++i)
+                             coverages[i].MultiplyRow(maskRows[i], products, columns);
+                         for (int32_t x = 0; x < columns; ++x)
+                             out[x] = FromRaw<Sample>(ApplyScaleBias(products[x], store));
+                     });
     return kKXNoErr;
 }
 
-// In place through one view: each row is read, then marked as written and changed where it lies.
+// In place: each row is read, then asked for writing and changed where it lies.
 template <class Sample> int32_t FlattenKernel(KXImage* image, const CEffectRect& rect)
 {
     const PixelLayout layout = LayoutOf(image);
-    const int32_t columns = std::max(rect.Width(), 0);
-    CImageView view(image);
-    for (int32_t row = rect.top; row < rect.bottom; ++row) {
-        view.ReadRow(row, rect.left, rect.Width());
-        auto* pixels = static_cast<Sample*>(view.WriteRow(row, rect.left, rect.Width()));
+    WalkDestinationRows<Sample>(rect, image, {.readDestination = true}, [&](int32_t, Sample* pixels) {
         WithPlaneCounts(layout, [&](auto planes, auto colourPlanes) {
-            for (int32_t x = 0; x < columns; ++x) {
+            for (int32_t x = 0; x < rect.Width(); ++x) {
                 Sample* pixel = pixels + x * planes;
                 const float alpha = ToUnit(pixel[colourPlanes]);
                 for (int32_t c = 0; c < colourPlanes; ++c)
                     pixel[c] = FlattenOnWhite(pixel[c], alpha);
             }
         });
-    }
-    view.Detach();
+    });
     return kKXNoErr;
 }
 
@@ -433,15 +405,15 @@ int32_t KXEffectsBlendImagesWithOpacitiesAndMasks(KXImage* upper, float upperOpa
                                                   KXImage* lower, float lowerOpacity, KXImage* lowerMask,
                                                   KXImage* destination, const KXRect* rect, uint32_t mode)
 {
-    if (!upper || !lower || !destination || !rect)
-        return kKXErrBadParam;
-    const CompositeCall call{{upper, upperOpacity, upperMask}, {lower, lowerOpacity, lowerMask}, destination,
-                             CEffectRect::FromKXRect(*rect)};
-    return DispatchBlendMode(mode, [&](auto modeTag) {
-        return DispatchPlaneBytes(KXImageGetPlaneBytes(upper), [&](auto sampleTag) {
-            return CompositeKernel<typename decltype(sampleTag)::Type, typename decltype(modeTag)::Type>(call);
+    return EntryPoint(upper, destination, rect)
+        .Requires(lower)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            const CompositeCall call{
+                {upper, upperOpacity, upperMask}, {lower, lowerOpacity, lowerMask}, destination, effectRect};
+            return DispatchBlendMode(mode, [&](auto modeTag) {
+                return CompositeKernel<Sample, typename decltype(modeTag)::Type>(call);
+            });
         });
-    });
 }
 
 int32_t KXEffectsBlendImages(KXImage* upper, KXImage* lower, KXImage* destination, const KXRect* rect,
@@ -454,48 +426,44 @@ int32_t KXEffectsBlendImages(KXImage* upper, KXImage* lower, KXImage* destinatio
 int32_t KXEffectsMixImages(KXImage* image1, KXImage* image2, KXImage* destination, const KXRect* rect,
                            float weight1, float weight2)
 {
-    if (!image1 || !image2 || !destination || !rect)
-        return kKXErrBadParam;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    return DispatchPlaneBytes(KXImageGetPlaneBytes(destination), [&](auto tag) {
-        return MixKernel<typename decltype(tag)::Type>(image1, image2, destination, effectRect, weight1, weight2);
-    });
+    return EntryPoint(image1, destination, rect)
+        .Requires(image2)
+        .SampleOf(destination)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            return MixKernel<Sample>(image1, image2, destination, effectRect, weight1, weight2);
+        });
 }
 
 int32_t KXEffectsMultiplyValues(KXImage* source, KXImage* destination, const KXRect* rect, const float* pivots,
                                 const float* factors)
 {
-    if (!source || !destination || !rect || !pivots || !factors)
-        return kKXErrBadParam;
-    const int32_t colourPlanes = LayoutOf(destination).colourPlanes;
-    if (colourPlanes > kMaxPlanes)
-        return kKXErrUnsupported;
-    PlaneGains gains{};
-    std::copy(pivots, pivots + colourPlanes, gains.pivots);
-    std::copy(factors, factors + colourPlanes, gains.factors);
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    return DispatchImageDepth(source, [&](auto tag) {
-        return MultiplyValuesKernel<typename decltype(tag)::Type>(source, destination, effectRect, gains);
-    });
+    const auto colourPlanes = [&] { return LayoutOf(destination).colourPlanes; };
+    return EntryPoint(source, destination, rect)
+        .Requires(pivots, factors)
+        .Require([&] { return colourPlanes() <= kMaxPlanes; }, kKXErrUnsupported)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            PlaneGains gains{};
+            std::copy(pivots, pivots + colourPlanes(), gains.pivots);
+            std::copy(factors, factors + colourPlanes(), gains.factors);
+            return MultiplyValuesKernel<Sample>(source, destination, effectRect, gains);
+        });
 }
 
 int32_t KXEffectsMultiplyMasks(CFArrayRef masks, KXImage* destination, const KXRect* rect)
 {
-    if (!masks || !destination || !rect)
-        return kKXErrBadParam;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    return DispatchPlaneBytes(KXImageGetPlaneBytes(destination), [&](auto tag) {
-        return MultiplyMasksKernel<typename decltype(tag)::Type>(masks, destination, effectRect);
-    });
+    return EntryPoint(destination, rect)
+        .Requires(masks)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            return MultiplyMasksKernel<Sample>(masks, destination, effectRect);
+        });
 }
 
 int32_t KXEffectsMakeCompositeImage(KXImage* image, const KXRect* rect)
 {
-    if (!image || !rect)
-        return kKXErrBadParam;
-    if (KXImageGetTransparency(image) < 1)
-        return kKXNoErr;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    return DispatchPlaneBytes(KXImageGetPlaneBytes(image),
-                              [&](auto tag) { return FlattenKernel<typename decltype(tag)::Type>(image, effectRect); });
+    // Without alpha there is nothing to flatten: the neutral copy of an image onto itself does nothing.
+    return EntryPoint(image, rect)
+        .NeutralWhen([&] { return KXImageGetTransparency(image) < 1; })
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            return FlattenKernel<Sample>(image, effectRect);
+        });
 }

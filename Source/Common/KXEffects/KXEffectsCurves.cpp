@@ -1,5 +1,5 @@
 // Curve tables: their small algebra and their application to images of every depth.
-#include "KXEffectsDispatch.h"
+#include "KXEffectsEntry.h"
 #include "KXEffectsRowLoop.h"
 #include "KXEffectsToneCurves.h"
 
@@ -146,13 +146,11 @@ int32_t KXEffectsApplyCurves(KXImage* source, KXImage* destination, const KXRect
 int32_t KXEffectsApplyCurvesWithAmount(KXImage* source, KXImage* destination, const KXRect* rect,
                                        const float* curves, float amount)
 {
-    if (!source || !destination || !rect || !curves)
-        return kKXErrBadParam;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
     // No amount is a plain copy, whatever the depth.
-    if (amount <= 0.0f)
-        return KXEffectsCopyRect(source, destination, effectRect, KXPointMake(0, 0));
-    return DispatchPlaneBytes(KXImageGetPlaneBytes(source), [&](auto tag) {
-        return ApplyCurvesAtDepth<typename decltype(tag)::Type>(source, destination, effectRect, curves, amount);
-    });
+    return EntryPoint(source, destination, rect)
+        .Requires(curves)
+        .NeutralWhen(amount <= 0.0f)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            return ApplyCurvesAtDepth<Sample>(source, destination, effectRect, curves, amount);
+        });
 }

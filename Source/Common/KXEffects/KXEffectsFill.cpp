@@ -1,5 +1,5 @@
 // Flat colour fills and solarize.
-#include "KXEffectsDispatch.h"
+#include "KXEffectsEntry.h"
 #include "KXEffectsRowLoop.h"
 
 #include <algorithm>
@@ -20,15 +20,10 @@ template <class Sample> int32_t FillKernel(KXImage* image, const CEffectRect& re
 {
     std::vector<Sample> pixel(size_t(std::max(KXImageGetNumPlanes(image), 0)));
     std::transform(color, color + pixel.size(), pixel.begin(), FromUnit<Sample>);
-    if (rect.IsEmpty())
-        return kKXNoErr;
-    CImageView view(image);
-    for (int32_t row = rect.top; row < rect.bottom; ++row) {
-        auto* out = static_cast<Sample*>(view.WriteRow(row, rect.left, rect.Width()));
+    WalkDestinationRows<Sample>(rect, image, {}, [&](int32_t, Sample* out) {
         for (int32_t x = 0; x < rect.Width(); ++x)
             std::copy(pixel.begin(), pixel.end(), out + size_t(x) * pixel.size());
-    }
-    view.Detach();
+    });
     return kKXNoErr;
 }
 
@@ -45,24 +40,20 @@ template <class Sample> int32_t SolarizeKernel(KXImage* source, KXImage* destina
 
 int32_t KXEffectsFillColor(KXImage* image, const KXRect* rect, const float* color)
 {
-    if (!image || !rect || !color)
-        return kKXErrBadParam;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    return DispatchImageDepth(image, [&](auto tag) {
-        return FillKernel<typename decltype(tag)::Type>(image, effectRect, color);
+    return EntryPoint(image, rect).Requires(color).Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& r) {
+        return FillKernel<Sample>(image, r, color);
     });
 }
 
 int32_t KXEffectsSolarize(KXImage* source, KXImage* destination, const KXRect* rect)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
     // Unlike the other effects, solarize reports an unknown depth as a bad image format.
-    const int32_t depth = KXImageGetDepth(source);
-    if (depth != 8 && depth != 16 && depth != 32)
-        return kKXErrBadImageFormat;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    return DispatchDepth(depth, [&](auto tag) {
-        return SolarizeKernel<typename decltype(tag)::Type>(source, destination, effectRect);
-    });
+    return EntryPoint(source, destination, rect)
+        .Require([&] {
+            const int32_t depth = KXImageGetDepth(source);
+            return depth == 8 || depth == 16 || depth == 32;
+        }, kKXErrBadImageFormat)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            return SolarizeKernel<Sample>(source, destination, effectRect);
+        });
 }

@@ -1,5 +1,5 @@
 // Small convolution filters: the fixed 3 x 3 kernels, find edges and emboss.
-#include "KXEffectsDispatch.h"
+#include "KXEffectsEntry.h"
 #include "KXEffectsRowLoop.h"
 
 #include <algorithm>
@@ -237,16 +237,14 @@ KXImage* ReadableSource(KXImage* source, KXImage* destination, const CEffectRect
 
 template <WindowFormula Formula> int32_t FixedFilter(KXImage* source, KXImage* destination, const KXRect* rect)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    return DispatchImageDepth(source, [&](auto tag) {
-        if (effectRect.IsEmpty())
-            return int32_t(kKXNoErr);
-        CImageRef copy;
-        KXImage* readable = ReadableSource(source, destination, effectRect, 1, 1, copy);
-        return FixedFilterKernel<typename decltype(tag)::Type, Formula>(readable, destination, effectRect);
-    });
+    return EntryPoint(source, destination, rect)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            if (effectRect.IsEmpty())
+                return int32_t(kKXNoErr);
+            CImageRef copy;
+            KXImage* readable = ReadableSource(source, destination, effectRect, 1, 1, copy);
+            return FixedFilterKernel<Sample, Formula>(readable, destination, effectRect);
+        });
 }
 
 } // namespace
@@ -279,16 +277,14 @@ int32_t KXEffectsFindEdges(KXImage* source, KXImage* destination, const KXRect* 
 int32_t KXEffectsEmboss(KXImage* source, KXImage* destination, const KXRect* rect, float angle, int32_t height,
                         float amount)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
     const EmbossTaps taps = MakeEmbossTaps(angle, height);
-    return DispatchImageDepth(source, [&](auto tag) {
-        if (effectRect.IsEmpty())
-            return int32_t(kKXNoErr);
-        CImageRef copy;
-        KXImage* readable =
-            ReadableSource(source, destination, effectRect, std::abs(taps.jx), std::abs(taps.jy), copy);
-        return EmbossKernel<typename decltype(tag)::Type>(readable, destination, effectRect, taps, amount);
-    });
+    return EntryPoint(source, destination, rect)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            if (effectRect.IsEmpty())
+                return int32_t(kKXNoErr);
+            CImageRef copy;
+            KXImage* readable =
+                ReadableSource(source, destination, effectRect, std::abs(taps.jx), std::abs(taps.jy), copy);
+            return EmbossKernel<Sample>(readable, destination, effectRect, taps, amount);
+        });
 }

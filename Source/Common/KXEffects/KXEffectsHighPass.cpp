@@ -25,17 +25,15 @@ template <class Sample> inline Sample HighPassSample(Sample s, Sample b)
 // ---- Dispatch ----
 
 // The gaussian blur of source into lowPass, then source minus it into highPass; lowPass may be highPass.
-int32_t SplitByBlur(KXImage* source, KXImage* highPass, KXImage* lowPass, const KXRect* rect, float radius)
+int32_t SplitByBlur(EntryPoint entry, KXImage* source, KXImage* highPass, KXImage* lowPass, const KXRect* rect,
+                    float radius)
 {
-    return KXEffectsCatchStatus(kSourceFile, __LINE__, [&] {
-        KX_THROW_IF_ERROR(
-            KXEffectsGaussianBlurWithAmountAndMode(source, lowPass, rect, radius, 1.0f, FourCharCode("norm")));
-        const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-        return DispatchPlaneBytes(
-            KXImageGetPlaneBytes(source),
-            CombineAtDepth(source, lowPass, highPass, effectRect, KXPointMake(0, 0),
-                           [](auto tag) { return HighPassSample<typename decltype(tag)::Type>; }));
-    });
+    return entry.Catching(kSourceFile, __LINE__)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            KX_THROW_IF_ERROR(
+                KXEffectsGaussianBlurWithAmountAndMode(source, lowPass, rect, radius, 1.0f, FourCharCode("norm")));
+            CombineWithBlur<Sample>(source, lowPass, highPass, effectRect, KXPointMake(0, 0), HighPassSample<Sample>);
+        });
 }
 
 } // namespace
@@ -44,15 +42,15 @@ int32_t SplitByBlur(KXImage* source, KXImage* highPass, KXImage* lowPass, const 
 
 int32_t KXEffectsHighPass(KXImage* source, KXImage* destination, const KXRect* rect, float radius)
 {
-    if (!source || !destination || !rect || source == destination)
-        return kKXErrBadParam;
-    return SplitByBlur(source, destination, destination, rect, radius);
+    return SplitByBlur(EntryPoint(source, destination, rect).Require(source != destination, kKXErrBadParam), source,
+                       destination, destination, rect, radius);
 }
 
 int32_t KXEffectsHighPassAndLowPass(KXImage* source, KXImage* highPass, KXImage* lowPass, const KXRect* rect,
                                     float radius)
 {
-    if (!source || !highPass || !lowPass || !rect || lowPass == source || lowPass == highPass)
-        return kKXErrBadParam;
-    return SplitByBlur(source, highPass, lowPass, rect, radius);
+    return SplitByBlur(EntryPoint(source, highPass, rect)
+                           .Requires(lowPass)
+                           .Require(lowPass != source && lowPass != highPass, kKXErrBadParam),
+                       source, highPass, lowPass, rect, radius);
 }

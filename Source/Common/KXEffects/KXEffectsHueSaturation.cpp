@@ -1,7 +1,7 @@
 // The hue-domain tools: hue, saturation and brightness or lightness, the eight-hue colour tuner, colorize,
 // the channel mixer and purity. All walk between RGB and one hexagonal hue the same way.
 #include "KXEffectsColorMath.h"
-#include "KXEffectsDispatch.h"
+#include "KXEffectsEntry.h"
 #include "KXEffectsRowLoop.h"
 #include "KXEffectsToneCurves.h"
 #include "KXEffectsWhiteBalance.h"
@@ -19,23 +19,6 @@ constexpr const char* kSourceFile = "Source/Common/KXEffects/KXEffectsHueSaturat
 inline void HexagonToRGB(float hue, float high, float low, float* rgb)
 {
     HexconeToRGB(hue - std::floor(hue), high, low, rgb);
-}
-
-// Reads the three colour samples of a pixel into 0..1 and stores them back by the depth's rule.
-template <class Sample, class PixelFn> void ForEachColour(KXImage* source, KXImage* destination,
-                                                           const CEffectRect& rect, PixelFn&& pixel)
-{
-    ForEachPixel<Sample>(source, destination, rect, [&pixel](const Sample* in, Sample* out, auto) {
-        float rgb[3] = {ToUnit(in[0]), ToUnit(in[1]), ToUnit(in[2])};
-        pixel(rgb);
-        for (int32_t c = 0; c < 3; ++c)
-            out[c] = FromUnit<Sample>(rgb[c]);
-    });
-}
-
-bool IsRGB(KXImage* image)
-{
-    return KXImageGetColorSpaceType(image) == KXColorSpaceRGB;
 }
 
 // ---- Hue, saturation, brightness or lightness ----
@@ -88,22 +71,15 @@ void HueSaturationLightnessKernel(KXImage* source, KXImage* destination, const C
     });
 }
 
-// The common frame: RGB only, all settings 0 copies, the depth picks the kernel.
+// The common frame: RGB only, all settings 0 copies.
 template <class Kernel>
 int32_t HueFrame(KXImage* source, KXImage* destination, const KXRect* rect, float hue, float saturation,
                  float third, Kernel&& kernel)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    if (!IsRGB(source))
-        return kKXErrUnsupported;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    if (hue == 0.0f && saturation == 0.0f && third == 0.0f)
-        return KXEffectsCopyRect(source, destination, effectRect, KXPointMake(0, 0));
-    return DispatchImageDepth(source, [&](auto tag) {
-        kernel(tag, effectRect);
-        return int32_t(kKXNoErr);
-    });
+    return EntryPoint(source, destination, rect)
+        .RGBOnly()
+        .NeutralWhen(hue == 0.0f && saturation == 0.0f && third == 0.0f)
+        .Run(kernel);
 }
 
 // ---- Colour tuner ----
@@ -185,6 +161,20 @@ bool AnyNonZero(const float* values, int32_t first, int32_t last)
     return std::any_of(values + first, values + last, [](float v) { return v != 0.0f; });
 }
 
+// The switches of a call and its tables; all switches off is the neutral tuning.
+TunerTables TunerTablesOf(float temperature, float tint, const float* hues, const float* saturations,
+                          const float* brightnesses)
+{
+    TunerTables tables;
+    tables.temperatureOn = temperature != 0.0f || tint != 0.0f;
+    tables.hueOn = AnyNonZero(hues, 0, kAnchors) || AnyNonZero(saturations, 0, kAnchors) ||
+                   AnyNonZero(brightnesses, 0, kAnchors);
+    tables.masterOn = hues[kMaster] != 0.0f || saturations[kMaster] != 0.0f || brightnesses[kMaster] != 0.0f;
+    KXEffectsTuneColorsGetHueTables(hues, saturations, brightnesses, tables.hueShifts, tables.saturationGains,
+                                    tables.brightnessGains, tables.reciprocalGaps);
+    return tables;
+}
+
 // ---- Colorize ----
 
 // The sector of a hue, fixed for the whole image: the dominant plane takes high, its neighbour rises from
@@ -215,6 +205,15 @@ struct HueSector {
     }
 };
 
+// Colorize alone logs what it refuses: a colour space other than RGB, or a plane size without a kernel.
+bool ColorizeAccepts(KXImage* source, int32_t line)
+{
+    if (IsRGB(source) && HasSampleKernel(source))
+        return true;
+    KXLogEvent(kKXErrUnsupported, kSourceFile, line);
+    return false;
+}
+
 // ---- Channel mixer ----
 
 struct MixerRow {
@@ -237,19 +236,21 @@ inline float MixPlane(const MixerRow& row, float r, float g, float b)
 int32_t KXEffectsHueSaturationBrightness(KXImage* source, KXImage* destination, const KXRect* rect, float hue,
                                          float saturation, float brightness)
 {
-    return HueFrame(source, destination, rect, hue, saturation, brightness, [&](auto tag, const CEffectRect& r) {
-        HueSaturationBrightnessKernel<typename decltype(tag)::Type>(source, destination, r, hue, saturation,
-                                                                    brightness);
-    });
+    return HueFrame(source, destination, rect, hue, saturation, brightness,
+                    [&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+                        HueSaturationBrightnessKernel<Sample>(source, destination, effectRect, hue, saturation,
+                                                              brightness);
+                    });
 }
 
 int32_t KXEffectsHueSaturationLightness(KXImage* source, KXImage* destination, const KXRect* rect, float hue,
                                         float saturation, float lightness)
 {
-    return HueFrame(source, destination, rect, hue, saturation, lightness, [&](auto tag, const CEffectRect& r) {
-        HueSaturationLightnessKernel<typename decltype(tag)::Type>(source, destination, r, hue, saturation,
-                                                                   lightness);
-    });
+    return HueFrame(source, destination, rect, hue, saturation, lightness,
+                    [&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+                        HueSaturationLightnessKernel<Sample>(source, destination, effectRect, hue, saturation,
+                                                             lightness);
+                    });
 }
 
 const float* KXEffectsTuneColorsGetHueTables(const float* hues, const float* saturations, const float* brightnesses,
@@ -277,120 +278,97 @@ const float* KXEffectsTuneColorsGetHueTables(const float* hues, const float* sat
 int32_t KXEffectsTuneColors(KXImage* source, KXImage* destination, const KXRect* rect, float temperature,
                             float tint, const float* hues, const float* saturations, const float* brightnesses)
 {
-    if (!source || !destination || !rect || !hues || !saturations || !brightnesses)
-        return kKXErrBadParam;
-    if (!IsRGB(source))
-        return kKXErrUnsupported;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    TunerTables tables;
-    tables.temperatureOn = temperature != 0.0f || tint != 0.0f;
-    tables.hueOn = AnyNonZero(hues, 0, kAnchors) || AnyNonZero(saturations, 0, kAnchors) ||
-                   AnyNonZero(brightnesses, 0, kAnchors);
-    tables.masterOn = hues[kMaster] != 0.0f || saturations[kMaster] != 0.0f || brightnesses[kMaster] != 0.0f;
-    if (!tables.temperatureOn && !tables.hueOn && !tables.masterOn)
-        return KXEffectsCopyRect(source, destination, effectRect, KXPointMake(0, 0));
-    return DispatchPlaneBytes(KXImageGetPlaneBytes(source), [&](auto tag) {
-        KXEffectsTuneColorsGetHueTables(hues, saturations, brightnesses, tables.hueShifts, tables.saturationGains,
-                                        tables.brightnessGains, tables.reciprocalGaps);
-        TuneColorsKernel<typename decltype(tag)::Type>(source, destination, effectRect, temperature, tint, tables);
-        return int32_t(kKXNoErr);
-    });
+    const auto tables = [&] { return TunerTablesOf(temperature, tint, hues, saturations, brightnesses); };
+    return EntryPoint(source, destination, rect)
+        .Requires(hues, saturations, brightnesses)
+        .RGBOnly()
+        .NeutralWhen([&] {
+            const TunerTables switches = tables();
+            return !switches.temperatureOn && !switches.hueOn && !switches.masterOn;
+        })
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            TuneColorsKernel<Sample>(source, destination, effectRect, temperature, tint, tables());
+        });
 }
 
 int32_t KXEffectsColorize(KXImage* source, KXImage* destination, const KXRect* rect, float hue, float saturation,
                           float lightness)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    const int32_t planeBytes = KXImageGetPlaneBytes(source);
-    if (!IsRGB(source) || (planeBytes != 1 && planeBytes != 2 && planeBytes != 4)) {
-        KXLogEvent(kKXErrUnsupported, kSourceFile, __LINE__);
-        return kKXErrUnsupported;
-    }
     const HueSector sector(hue);
     const float lightnessScale = 1.0f - std::fabs(lightness), lightnessLift = std::max(lightness, 0.0f);
-    return DispatchPlaneBytes(planeBytes, [&](auto tag) {
-        ForEachColour<typename decltype(tag)::Type>(source, destination, CEffectRect::FromKXRect(*rect), [&](float* rgb) {
-            const float l = (std::min({rgb[0], rgb[1], rgb[2]}) + std::max({rgb[0], rgb[1], rgb[2]})) * 0.5f;
-            const float remapped = l * lightnessScale + lightnessLift;
-            const float low = remapped - (1.0f - std::fabs(2.0f * remapped - 1.0f)) * 0.5f * saturation;
-            sector.Place(2.0f * remapped - low, low, rgb);
+    return EntryPoint(source, destination, rect)
+        .Require([&] { return ColorizeAccepts(source, __LINE__); }, kKXErrUnsupported)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            ForEachColour<Sample>(source, destination, effectRect, [&](float* rgb) {
+                const float l = (std::min({rgb[0], rgb[1], rgb[2]}) + std::max({rgb[0], rgb[1], rgb[2]})) * 0.5f;
+                const float remapped = l * lightnessScale + lightnessLift;
+                const float low = remapped - (1.0f - std::fabs(2.0f * remapped - 1.0f)) * 0.5f * saturation;
+                sector.Place(2.0f * remapped - low, low, rgb);
+            });
         });
-        return int32_t(kKXNoErr);
-    });
 }
 
 int32_t KXEffectsChannelMixer(KXImage* source, KXImage* destination, const KXRect* rect, float redRed,
                               float redGreen, float redBlue, float greenRed, float greenGreen, float greenBlue)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    // The mix reads the first three samples of a pixel, which only an RGB pixel has.
-    if (KXImageGetNumPlanes(source) - KXImageGetTransparency(source) < 3)
-        return kKXErrUnsupported;
     const MixerRow rows[2] = {{redRed, redGreen, redBlue}, {greenRed, greenGreen, greenBlue}};
     // The third plane and beyond take fixed terms, not products: they come out white.
     const float fixedPlane = std::clamp(0.30f + 0.59f + 0.11f, 0.0f, 1.0f);
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    return DispatchImageDepth(source, [&](auto tag) {
-        using Sample = typename decltype(tag)::Type;
-        ForEachPixel<Sample>(source, destination, effectRect, [&](const Sample* in, Sample* out, auto colourPlanes) {
-            const float r = ToUnit(in[0]), g = ToUnit(in[1]), b = ToUnit(in[2]);
-            out[0] = FromUnit<Sample>(MixPlane(rows[0], r, g, b));
-            out[1] = FromUnit<Sample>(MixPlane(rows[1], r, g, b));
-            for (int32_t c = 2; c < colourPlanes; ++c)
-                out[c] = FromUnit<Sample>(fixedPlane);
+    // The mix reads the first three samples of a pixel, which only an RGB pixel has.
+    return EntryPoint(source, destination, rect)
+        .Require([&] { return HasThreeColourPlanes(source); }, kKXErrUnsupported)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            ForEachPixel<Sample>(source, destination, effectRect,
+                                 [&](const Sample* in, Sample* out, auto colourPlanes) {
+                                     const float r = ToUnit(in[0]), g = ToUnit(in[1]), b = ToUnit(in[2]);
+                                     out[0] = FromUnit<Sample>(MixPlane(rows[0], r, g, b));
+                                     out[1] = FromUnit<Sample>(MixPlane(rows[1], r, g, b));
+                                     for (int32_t c = 2; c < colourPlanes; ++c)
+                                         out[c] = FromUnit<Sample>(fixedPlane);
+                                 });
         });
-        return int32_t(kKXNoErr);
-    });
 }
 
 int32_t KXEffectsPurity(KXImage* source, KXImage* destination, const KXRect* rect, float shadows, float highlights)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    if (!IsRGB(source) || !IsRGB(destination))
-        return kKXErrUnsupported;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    if (!(shadows > 0.0f) && !(highlights > 0.0f))
-        return KXEffectsCopyRect(source, destination, effectRect, KXPointMake(0, 0));
     // A width of 0 gives a very narrow band rather than a division by zero.
     const float darkRate = shadows > 0.0f ? 1.0f / shadows : 6.5535e6f;
     const float lightRate = highlights > 0.0f ? 1.0f / highlights : 6.5535e6f;
-    return DispatchPlaneBytes(KXImageGetPlaneBytes(source), [&](auto tag) {
-        ForEachColour<typename decltype(tag)::Type>(source, destination, effectRect, [&](float* rgb) {
-            const float y = Luma(rgb);
-            const float dark = std::max(1.0f - y * darkRate, 0.0f);
-            const float light = std::max(1.0f - (1.0f - y) * lightRate, 0.0f);
-            const float w = dark + light;
-            for (int32_t c = 0; c < 3; ++c)
-                rgb[c] = (1.0f - w) * rgb[c] + w * y;
+    return EntryPoint(source, destination, rect)
+        .RGBOnly()
+        .RGBOnly(destination)
+        .NeutralWhen(!(shadows > 0.0f) && !(highlights > 0.0f))
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            ForEachColour<Sample>(source, destination, effectRect, [&](float* rgb) {
+                const float y = Luma(rgb);
+                const float dark = std::max(1.0f - y * darkRate, 0.0f);
+                const float light = std::max(1.0f - (1.0f - y) * lightRate, 0.0f);
+                const float w = dark + light;
+                for (int32_t c = 0; c < 3; ++c)
+                    rgb[c] = (1.0f - w) * rgb[c] + w * y;
+            });
         });
-        return int32_t(kKXNoErr);
-    });
 }
 
 int32_t KXEffectsProtectColors(KXImage* reference, KXImage* adjusted, KXImage* result, const KXRect* rect,
                                float shadows, float highlights, float skin, int32_t skinTable)
 {
-    if (!reference || !adjusted || !result || !rect)
-        return kKXErrBadParam;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    if (!(shadows > 0.0f) && !(highlights > 0.0f) && !(skin > 0.0f))
-        return KXEffectsCopyRect(adjusted, result, effectRect, KXPointMake(0, 0));
-    return KXEffectsCatchStatus(kSourceFile, __LINE__, [&] {
-        // The mask starts white and the protections narrow it: where it falls, the reference shows through.
-        CImageRef mask;
-        KX_THROW_IF_ERROR(
-            KXImageCreateWithParams2(rect, 8, 1, KXColorSpaceGray, 0, KXDataSourceMemory, mask.Out()));
-        const float white = 1.0f;
-        KX_THROW_IF_ERROR(KXEffectsFillColor(mask, rect, &white));
-        if (shadows > 0.0f || highlights > 0.0f)
-            KX_THROW_IF_ERROR(KXEffectsSelectLuminosity(reference, mask, rect, shadows, 1.0f - highlights, 1.0f));
-        if (skin > 0.0f)
-            KX_THROW_IF_ERROR(KXEffectsSelectFleshColors(reference, mask, rect, skinTable, 1.0f, skin, true));
-        KX_THROW_IF_ERROR(KXEffectsBlendImagesWithOpacitiesAndMasks(adjusted, 1.0f, mask, reference, 1.0f, nullptr,
-                                                                    result, rect, FourCharCode("norm")));
-        return int32_t(kKXNoErr);
-    });
+    return EntryPoint(adjusted, result, rect)
+        .Requires(reference)
+        .NeutralWhen(!(shadows > 0.0f) && !(highlights > 0.0f) && !(skin > 0.0f))
+        .Catching(kSourceFile, __LINE__)
+        .Compose([&](const CEffectRect&) {
+            // The mask starts white and the protections narrow it: where it falls, the reference shows through.
+            CImageRef mask;
+            KX_THROW_IF_ERROR(
+                KXImageCreateWithParams2(rect, 8, 1, KXColorSpaceGray, 0, KXDataSourceMemory, mask.Out()));
+            const float white = 1.0f;
+            KX_THROW_IF_ERROR(KXEffectsFillColor(mask, rect, &white));
+            if (shadows > 0.0f || highlights > 0.0f)
+                KX_THROW_IF_ERROR(KXEffectsSelectLuminosity(reference, mask, rect, shadows, 1.0f - highlights, 1.0f));
+            if (skin > 0.0f)
+                KX_THROW_IF_ERROR(KXEffectsSelectFleshColors(reference, mask, rect, skinTable, 1.0f, skin, true));
+            KX_THROW_IF_ERROR(KXEffectsBlendImagesWithOpacitiesAndMasks(adjusted, 1.0f, mask, reference, 1.0f, nullptr,
+                                                                        result, rect, FourCharCode("norm")));
+        });
 }

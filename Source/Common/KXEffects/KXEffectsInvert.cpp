@@ -1,5 +1,5 @@
 // Invert and plain copies.
-#include "KXEffectsDispatch.h"
+#include "KXEffectsEntry.h"
 #include "KXEffectsRowLoop.h"
 
 namespace {
@@ -13,7 +13,7 @@ template <class Sample> inline Sample InvertSample(Sample value)
 template <class Sample> int32_t InvertKernel(KXImage* source, KXImage* destination, const CEffectRect& rect)
 {
     ForEachRow<Sample>(source, destination, rect,
-                       [](const Sample* in, Sample* out, int32_t width, const PixelLayout& layout) {
+                       [](int32_t, const Sample* in, Sample* out, int32_t width, const PixelLayout& layout) {
                            if (layout.transparency == 0) {
                                // No alpha: the row is one run of colour samples.
                                const int32_t count = width * layout.planes;
@@ -34,17 +34,13 @@ template <class Sample> int32_t InvertKernel(KXImage* source, KXImage* destinati
 
 int32_t KXEffectsInvert(KXImage* source, KXImage* destination, const KXRect* rect)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    return DispatchImageDepth(source, [&](auto tag) {
-        return InvertKernel<typename decltype(tag)::Type>(source, destination, effectRect);
-    });
+    return EntryPoint(source, destination, rect)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            return InvertKernel<Sample>(source, destination, effectRect);
+        });
 }
 
 int32_t KXEffectsCopyImage(KXImage* source, KXImage* destination, const KXRect* rect)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    return KXEffectsCopyRect(source, destination, CEffectRect::FromKXRect(*rect), KXPointMake(0, 0));
+    return EntryPoint(source, destination, rect).Copy();
 }

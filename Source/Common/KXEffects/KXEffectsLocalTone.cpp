@@ -3,12 +3,14 @@
 // controls into one curve table.
 #include "KXEffectsColorMath.h"
 #include "KXEffectsColorSelection.h"
-#include "KXEffectsDispatch.h"
+#include "KXEffectsEntry.h"
 #include "KXEffectsGaussianBlur.h"
 #include "KXEffectsRowLoop.h"
 #include "KXEffectsToneCurves.h"
 
+#include <algorithm>
 #include <cmath>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -26,33 +28,20 @@ void BlurredLuma(KXImage* source, const KXRect& rect, float radius, CImageRef& l
     BlurredLuminosity(source, clipped, rect, radius, luma, kSourceFile);
 }
 
-// pixel(rgb, m) on the colour in 0..1 with m the blurred luma at the pixel; the planes stored clamped.
+// pixel(rgb, m) on the colour in 0..1 with m the blurred luma at the pixel; the planes stored clamped. RGB
+// only; neutral settings copy.
 template <class PixelFn>
-int32_t WithBlurredLuma(KXImage* source, KXImage* destination, const KXRect* rect, float radius, PixelFn&& pixel)
+int32_t WithBlurredLuma(KXImage* source, KXImage* destination, const KXRect* rect, bool neutral, float radius,
+                        PixelFn&& pixel)
 {
-    if (KXImageGetColorSpaceType(source) != KXColorSpaceRGB)
-        return kKXErrUnsupported;
-    const int32_t planeBytes = KXImageGetPlaneBytes(source);
-    if (planeBytes != 1 && planeBytes != 2 && planeBytes != 4)
-        return kKXErrUnsupported;
-    CImageRef luma;
-    BlurredLuma(source, *rect, radius, luma);
-    return DispatchPlaneBytes(planeBytes, [&](auto tag) {
-        using Sample = typename decltype(tag)::Type;
-        ForEachRowWithMaskView<Sample>(
-            source, destination, luma, CEffectRect::FromKXRect(*rect),
-            [&](const Sample* in, Sample* out, const void* lumaRow, int32_t width, const PixelLayout& layout) {
-                const auto* blurred = static_cast<const Sample*>(lumaRow);
-                for (int32_t x = 0; x < width; ++x) {
-                    const ptrdiff_t at = ptrdiff_t(x) * layout.planes;
-                    float rgb[3] = {ToUnit(in[at]), ToUnit(in[at + 1]), ToUnit(in[at + 2])};
-                    pixel(rgb, ToUnit(blurred[x]));
-                    for (int32_t c = 0; c < 3; ++c)
-                        out[at + c] = FromUnit<Sample>(rgb[c]);
-                }
-            });
-        return int32_t(kKXNoErr);
-    });
+    return EntryPoint(source, destination, rect)
+        .NeutralWhen(neutral)
+        .RGBOnly()
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            CImageRef luma;
+            BlurredLuma(source, *rect, radius, luma);
+            ForEachMaskedColour<Sample>(source, destination, luma, effectRect, pixel);
+        });
 }
 
 // ---- Formulas ----
@@ -97,6 +86,50 @@ inline float ShadowKnee(float x, float k, float threshold)
     return ((x * ((k - 1.0f) / (threshold * threshold)) + (1.0f - k) * 2.0f / threshold) * x + k) * x;
 }
 
+// ---- Tone chain ----
+
+struct ToneChain {
+    const float* black;
+    const float* white;
+    float brightness;
+    float midtoneContrast;
+    const float* firstCurves;
+    const float* secondCurves;
+};
+
+// The chain folded into one table: black and white points, brightness, midtone contrast, and the caller's
+// curves run first on the data. Throws on failure.
+std::vector<float> ToneTable(int32_t numChannels, const ToneChain& chain)
+{
+    const size_t entries = size_t(std::max(numChannels, 1)) * kCurveEntries;
+    // Three tables in rotation: the current one, the next stage, and the result of joining them.
+    std::vector<float> tables[3] = {std::vector<float>(entries), std::vector<float>(entries),
+                                    std::vector<float>(entries)};
+    int32_t current = 0;
+    const auto join = [&](const float* first, const float* second) {
+        const int32_t result = (current + 2) % 3;
+        KX_THROW_IF_ERROR(KXEffectsConcatCurves(numChannels, first, second, tables[result].data()));
+        current = result;
+    };
+    const auto joinStage = [&](auto makeCurves) {
+        float* next = tables[(current + 1) % 3].data();
+        KX_THROW_IF_ERROR(makeCurves(next));
+        join(tables[current].data(), next);
+    };
+    KX_THROW_IF_ERROR(KXEffectsBlackAndWhitePointsMakeCurves(numChannels, tables[0].data(), chain.black, chain.white));
+    if (chain.brightness != 0.0f)
+        joinStage([&](float* next) {
+            return KXEffectsBrightnessContrastMakeCurves(numChannels, next, chain.brightness, 0.0f);
+        });
+    if (chain.midtoneContrast != 0.0f)
+        joinStage(
+            [&](float* next) { return KXEffectsMidtoneContrastMakeCurves(numChannels, next, chain.midtoneContrast); });
+    for (const float* curves : {chain.firstCurves, chain.secondCurves})
+        if (curves)
+            join(curves, tables[current].data());
+    return std::move(tables[current]);
+}
+
 } // namespace
 
 // ---- Entry points ----
@@ -104,11 +137,7 @@ inline float ShadowKnee(float x, float k, float threshold)
 int32_t KXEffectsShadowsAndHilites(KXImage* source, KXImage* destination, const KXRect* rect, float radius,
                                    float shadows, float highlights)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    if (shadows == 0.0f && highlights == 0.0f)
-        return KXEffectsCopyRect(source, destination, CEffectRect::FromKXRect(*rect), KXPointMake(0, 0));
-    return WithBlurredLuma(source, destination, rect, radius,
+    return WithBlurredLuma(source, destination, rect, shadows == 0.0f && highlights == 0.0f, radius,
                            [=](float* rgb, float m) { ShadowsAndHilitesPixel(rgb, m, shadows, highlights); });
 }
 
@@ -116,73 +145,41 @@ int32_t KXEffectsApplyContrastMask(KXImage* source, KXImage* destination, const 
                                    float darkAmount, float lowBand, float lowFeather, float lightAmount,
                                    float highBand, float highFeather)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    if (!(darkAmount > 0.0f) && !(lightAmount > 0.0f))
-        return KXEffectsCopyRect(source, destination, CEffectRect::FromKXRect(*rect), KXPointMake(0, 0));
     const ContrastMaskSettings settings{darkAmount,
                                         lightAmount,
                                         lowBand - lowFeather * 0.075f,
                                         lowBand + lowFeather * 0.075f,
                                         highBand - highFeather * 0.075f,
                                         highBand + highFeather * 0.075f};
-    return WithBlurredLuma(source, destination, rect, radius,
+    return WithBlurredLuma(source, destination, rect, !(darkAmount > 0.0f) && !(lightAmount > 0.0f), radius,
                            [&](float* rgb, float m) { ContrastMaskPixel(rgb, m, settings); });
 }
 
 int32_t KXEffectsAdjustShadows(KXImage* source, KXImage* destination, const KXRect* rect, float strength,
                                float threshold)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    if (strength == 0.0f || !(threshold > 0.0f))
-        return KXEffectsCopyRect(source, destination, effectRect, KXPointMake(0, 0));
     const float k = strength < 0.0f ? 1.0f / (1.0f - strength) : strength + 1.0f;
-    return DispatchImageDepth(source, [&](auto tag) {
-        using Sample = typename decltype(tag)::Type;
-        ForEachPixel<Sample>(source, destination, effectRect, [&](const Sample* in, Sample* out, auto colourPlanes) {
-            for (int32_t c = 0; c < colourPlanes; ++c)
-                out[c] = FromUnit<Sample>(ShadowKnee(ToUnit(in[c]), k, threshold));
+    return EntryPoint(source, destination, rect)
+        .NeutralWhen(strength == 0.0f || !(threshold > 0.0f))
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            ForEachPixel<Sample>(source, destination, effectRect,
+                                 [&](const Sample* in, Sample* out, auto colourPlanes) {
+                                     for (int32_t c = 0; c < colourPlanes; ++c)
+                                         out[c] = FromUnit<Sample>(ShadowKnee(ToUnit(in[c]), k, threshold));
+                                 });
         });
-        return int32_t(kKXNoErr);
-    });
 }
 
 int32_t KXEffectsAdjustTone(KXImage* source, KXImage* destination, const KXRect* rect, const float* black,
                             const float* white, float brightness, float midtoneContrast, const float* firstCurves,
                             const float* secondCurves)
 {
-    if (!source || !destination || !rect || !black || !white)
-        return kKXErrBadParam;
-    return KXEffectsCatchStatus(kSourceFile, __LINE__, [&] {
-        const int32_t numChannels = KXImageGetNumPlanes(source) - KXImageGetTransparency(source);
-        const size_t entries = size_t(std::max(numChannels, 1)) * kCurveEntries;
-        // Three tables in rotation: the current one, the next stage, and the result of joining them.
-        std::vector<float> tables[3] = {std::vector<float>(entries), std::vector<float>(entries),
-                                        std::vector<float>(entries)};
-        int32_t current = 0;
-        const auto join = [&](const float* first, const float* second) {
-            const int32_t result = (current + 2) % 3;
-            KX_THROW_IF_ERROR(KXEffectsConcatCurves(numChannels, first, second, tables[result].data()));
-            current = result;
-        };
-        KX_THROW_IF_ERROR(KXEffectsBlackAndWhitePointsMakeCurves(numChannels, tables[0].data(), black, white));
-        float* next = nullptr;
-        if (brightness != 0.0f) {
-            next = tables[(current + 1) % 3].data();
-            KX_THROW_IF_ERROR(KXEffectsBrightnessContrastMakeCurves(numChannels, next, brightness, 0.0f));
-            join(tables[current].data(), next);
-        }
-        if (midtoneContrast != 0.0f) {
-            next = tables[(current + 1) % 3].data();
-            KX_THROW_IF_ERROR(KXEffectsMidtoneContrastMakeCurves(numChannels, next, midtoneContrast));
-            join(tables[current].data(), next);
-        }
-        // The caller's curves run first on the data.
-        for (const float* curves : {firstCurves, secondCurves})
-            if (curves)
-                join(curves, tables[current].data());
-        return KXEffectsApplyCurvesWithAmount(source, destination, rect, tables[current].data(), 1.0f);
-    });
+    return EntryPoint(source, destination, rect)
+        .Requires(black, white)
+        .Catching(kSourceFile, __LINE__)
+        .Compose([&](const CEffectRect&) {
+            const ToneChain chain{black, white, brightness, midtoneContrast, firstCurves, secondCurves};
+            const std::vector<float> table = ToneTable(LayoutOf(source).colourPlanes, chain);
+            return KXEffectsApplyCurvesWithAmount(source, destination, rect, table.data(), 1.0f);
+        });
 }

@@ -1,6 +1,6 @@
 // The one-plane luma image of an RGB picture, for the effects that work on luminance alone.
 #include "KXEffectsColorMath.h"
-#include "KXEffectsDispatch.h"
+#include "KXEffectsEntry.h"
 #include "KXEffectsRowLoop.h"
 
 #include <algorithm>
@@ -28,21 +28,17 @@ template <class In, class Out> inline Out LumaSample(const In* pixel)
 template <class In, class Out> void LumaKernel(KXImage* source, KXImage* luma, const CEffectRect& rect)
 {
     const int32_t planes = KXImageGetNumPlanes(source);
-    const int32_t width = rect.Width();
-    CImageView sourceView(source);
-    CImageView lumaView(luma);
-    for (int32_t row = rect.top; row < rect.bottom; ++row) {
-        const auto* in = static_cast<const In*>(sourceView.ReadRow(row, rect.left, width));
-        auto* out = static_cast<Out*>(lumaView.WriteRow(row, rect.left, width));
-        for (int32_t x = 0; x < width; ++x)
-            out[x] = LumaSample<In, Out>(in + x * planes);
-    }
-    lumaView.Detach();
+    // Source and luma differ in planes and depth: no row is copied across.
+    WalkRows<Out>(rect, Sources<In>{source}, luma, {.alphaSource = RowWalkOrder::kNoAlphaCopy},
+                  [&](int32_t, const In* in, Out* out) {
+                      for (int32_t x = 0; x < rect.Width(); ++x)
+                          out[x] = LumaSample<In, Out>(in + x * planes);
+                  });
 }
 
 int32_t CreateLuminosity(KXImage* source, KXImage** outImage, const KXRect* rect, int32_t planeBytes)
 {
-    return DispatchPlaneBytes(KXImageGetPlaneBytes(source), [&](auto in) {
+    return DispatchSample(source, [&](auto in) {
         return DispatchPlaneBytes(planeBytes, [&](auto out) {
             CImageRef luma;
             const int32_t status =
@@ -65,8 +61,7 @@ int32_t KXEffectsCreateLuminosityImage(KXImage* source, KXImage** outImage, cons
     if (!source || !outImage || !rect)
         return kKXErrBadParam;
     *outImage = nullptr;
-    const PixelLayout layout = LayoutOf(source);
-    if (layout.colourPlanes < 3)
+    if (!HasThreeColourPlanes(source))
         return kKXErrUnsupported;
     return CreateLuminosity(source, outImage, rect, planeBytes == 0 ? KXImageGetPlaneBytes(source) : planeBytes);
 }

@@ -1,8 +1,9 @@
 // Median and dust and scratch: a moving histogram per colour plane along each row.
-#include "KXEffectsDispatch.h"
+#include "KXEffectsEntry.h"
 #include "KXEffectsRowLoop.h"
 
 #include <cstdlib>
+#include <type_traits>
 
 namespace {
 
@@ -206,27 +207,28 @@ int32_t RankByArea(KXImage* source, KXImage* destination, const CEffectRect& rec
     return kKXErrBadParam;
 }
 
-// highByteBins: 16-bit samples take the 256 bins of their high byte (dust and scratch).
+// highByteBins: 16-bit samples take the 256 bins of their high byte (dust and scratch). Float images have
+// no kernel.
 int32_t RankFilter(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius, float threshold,
                    bool highByteBins)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    if (radius <= 0 || threshold >= 1.0f)
-        return KXEffectsCopyRect(source, destination, effectRect, KXPointMake(0, 0));
-    const int32_t depth = KXImageGetDepth(source);
-    if (depth != 8 && depth != 16)
-        return kKXErrUnsupported;
-    if (effectRect.IsEmpty())
-        return kKXNoErr;
-    if (depth == 8) {
-        const int32_t t = int32_t(threshold * 255.0f + 0.5f);
-        return RankByArea<uint8_t, ExactBins<uint8_t>>(source, destination, effectRect, radius, t);
-    }
-    const int32_t t = int32_t(threshold * 65535.0f + 0.5f);
-    return highByteBins ? RankByArea<uint16_t, HighByteBins>(source, destination, effectRect, radius, t)
-                        : RankByArea<uint16_t, ExactBins<uint16_t>>(source, destination, effectRect, radius, t);
+    return EntryPoint(source, destination, rect)
+        .NeutralWhen(radius <= 0 || threshold >= 1.0f)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) -> int32_t {
+            if constexpr (kIsFloatSample<Sample>) {
+                return kKXErrUnsupported;
+            } else {
+                if (effectRect.IsEmpty())
+                    return kKXNoErr;
+                const int32_t t = int32_t(threshold * kWhite<Sample> + 0.5f);
+                if constexpr (std::is_same_v<Sample, uint8_t>)
+                    return RankByArea<uint8_t, ExactBins<uint8_t>>(source, destination, effectRect, radius, t);
+                else if (highByteBins)
+                    return RankByArea<uint16_t, HighByteBins>(source, destination, effectRect, radius, t);
+                else
+                    return RankByArea<uint16_t, ExactBins<uint16_t>>(source, destination, effectRect, radius, t);
+            }
+        });
 }
 
 } // namespace

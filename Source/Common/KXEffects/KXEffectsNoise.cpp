@@ -4,7 +4,7 @@
 #include "KXEffectsNoise.h"
 
 #include "KXEffectsBlendModes.h"
-#include "KXEffectsDispatch.h"
+#include "KXEffectsEntry.h"
 #include "KXEffectsRowLoop.h"
 #include "KXEffectsSample.h"
 
@@ -99,11 +99,11 @@ int32_t NoiseKernel(KXImage* source, KXImage* destination, const CEffectRect& re
 {
     const float scale = amount * kWhite<Sample> * 2.0f;
     noiseSeed.store(kNoiseSeedStart, std::memory_order_relaxed);
-    int32_t y = rect.top; // the row loop visits the rows from top to bottom
     ForEachRow<Sample>(
-        source, destination, rect, [&](const Sample* in, Sample* out, int32_t width, const PixelLayout& layout) {
+        source, destination, rect,
+        [&](int32_t row, const Sample* in, Sample* out, int32_t width, const PixelLayout& layout) {
             uint32_t state = noiseSeed.load(std::memory_order_relaxed);
-            const uint16_t* tileRow = noiseTile.data() + (y++ & kNoiseTileMask) * kNoiseTileSize;
+            const uint16_t* tileRow = noiseTile.data() + (row & kNoiseTileMask) * kNoiseTileSize;
             WithPlaneCounts(layout, [&](auto planes, auto colourPlanes) {
                 for (int32_t i = 0; i < width; ++i)
                     NoisyPixel<Type>(in + i * planes, out + i * planes, colourPlanes, state, tileRow, rect.left + i,
@@ -129,11 +129,11 @@ template <class Fn> int32_t DispatchNoiseType(int32_t noiseType, Fn&& fn)
     }
 }
 
-int32_t NoiseDispatch(KXImage* source, KXImage* destination, const KXRect* rect, int32_t noiseType, float amount)
+int32_t NoiseDispatch(KXImage* source, KXImage* destination, const CEffectRect& effectRect, int32_t noiseType,
+                      float amount)
 {
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
     return DispatchNoiseType(noiseType, [&](auto type) {
-        return DispatchImageDepth(source, [&](auto tag) {
+        return DispatchSample(source, [&](auto tag) {
             return NoiseKernel<typename decltype(tag)::Type, decltype(type)::value>(source, destination, effectRect,
                                                                                     amount);
         });
@@ -376,9 +376,9 @@ int32_t FilmGrainTileDispatch(KXImage* source, KXImage* destination, const KXRec
                               float scale)
 {
     const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    return DispatchPlaneBytes(KXImageGetPlaneBytes(destination), [&](auto tag) {
+    return DispatchSample(destination, [&](auto tag) {
         using Sample = typename decltype(tag)::Type;
-        return DispatchPlaneBytes(KXImageGetPlaneBytes(tile), [&](auto tileTag) {
+        return DispatchSample(tile, [&](auto tileTag) {
             GrainTileRows<typename decltype(tileTag)::Type> tileRows(tile, scale, effectRect.left);
             return GrainKernel<Sample, SampleCells<Sample>>(source, destination, effectRect, tileRows, amount);
         });
@@ -389,19 +389,17 @@ int32_t FilmGrainTileDispatch(KXImage* source, KXImage* destination, const KXRec
 
 int32_t PositionalNoiseDispatch(KXImage* source, KXImage* destination, const KXRect* rect, float amount)
 {
-    return NoiseDispatch(source, destination, rect, kPositionalNoise, amount);
+    return NoiseDispatch(source, destination, CEffectRect::FromKXRect(*rect), kPositionalNoise, amount);
 }
 
 // ---- Entry points ----
 
 int32_t KXEffectsAddNoise(KXImage* source, KXImage* destination, const KXRect* rect, int32_t noiseType, float amount)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
     // The type is not looked at when there is nothing to add.
-    if (!(amount > 0.0f))
-        return KXEffectsCopyRect(source, destination, CEffectRect::FromKXRect(*rect), KXPointMake(0, 0));
-    return NoiseDispatch(source, destination, rect, noiseType, amount);
+    return EntryPoint(source, destination, rect).NeutralWhen(!(amount > 0.0f)).Compose([&](const CEffectRect& r) {
+        return NoiseDispatch(source, destination, r, noiseType, amount);
+    });
 }
 
 int32_t KXEffectsApplyFilmGrain(KXImage* source, KXImage* destination, const KXRect* rect, KXImage* grain,

@@ -1,7 +1,7 @@
 // Photo filter: a flat or graded colour blended into the image in one of the blend modes.
 #include "KXEffectsBlendModes.h"
 #include "KXEffectsColorMath.h"
-#include "KXEffectsDispatch.h"
+#include "KXEffectsEntry.h"
 #include "KXEffectsRowLoop.h"
 
 #include <algorithm>
@@ -150,10 +150,9 @@ inline void FilterPixel(const Sample* in, Sample* out, const FilterSetup& setup,
 template <class Sample, class Mode, int32_t Kind, bool Saturate>
 void PhotoFilterKernel(KXImage* source, KXImage* destination, const CEffectRect& rect, const FilterSetup& setup)
 {
-    int32_t row = rect.top; // the row loop visits rows from the top down
     ForEachRow<Sample>(source, destination, rect,
-                       [&](const Sample* in, Sample* out, int32_t width, const PixelLayout& layout) {
-                           const float y = float(row++);
+                       [&](int32_t row, const Sample* in, Sample* out, int32_t width, const PixelLayout& layout) {
+                           const float y = float(row);
                            for (int32_t i = 0; i < width; ++i, in += layout.planes, out += layout.planes)
                                FilterPixel<Sample, Mode, Kind, Saturate>(in, out, setup, float(rect.left + i), y);
                        });
@@ -173,23 +172,20 @@ template <class Fn> int32_t DispatchFilterKind(int32_t filterKind, Fn&& fn)
     }
 }
 
+// The mode and the filter kind resolved once into one kernel; saturation exactly 0 takes the kernel
+// without the saturation step.
+template <class Sample>
 int32_t PhotoFilter(KXImage* source, KXImage* destination, const CEffectRect& rect, int32_t filterKind,
                     uint32_t mode, const FilterSetup& setup)
 {
-    if (KXImageGetColorSpaceType(source) != KXColorSpaceRGB)
-        return kKXErrUnsupported;
     return DispatchBlendMode(mode, [&](auto modeTag) {
         using Mode = typename decltype(modeTag)::Type;
-        return DispatchPlaneBytes(KXImageGetPlaneBytes(source), [&](auto sampleTag) {
-            using Sample = typename decltype(sampleTag)::Type;
-            return DispatchFilterKind(filterKind, [&](auto kind) {
-                // Saturation exactly 0 takes the kernel without the saturation step.
-                if (setup.saturation != 0.0f)
-                    PhotoFilterKernel<Sample, Mode, decltype(kind)::value, true>(source, destination, rect, setup);
-                else
-                    PhotoFilterKernel<Sample, Mode, decltype(kind)::value, false>(source, destination, rect, setup);
-                return int32_t(kKXNoErr);
-            });
+        return DispatchFilterKind(filterKind, [&](auto kind) {
+            if (setup.saturation != 0.0f)
+                PhotoFilterKernel<Sample, Mode, decltype(kind)::value, true>(source, destination, rect, setup);
+            else
+                PhotoFilterKernel<Sample, Mode, decltype(kind)::value, false>(source, destination, rect, setup);
+            return int32_t(kKXNoErr);
         });
     });
 }
@@ -203,8 +199,12 @@ int32_t KXEffectsPhotoFilter(KXImage* source, KXImage* destination, const KXRect
     va_start(args, mode);
     const FilterArguments read = ReadFilterArguments(args);
     va_end(args);
-    if (!source || !destination || !rect || !read.colour1 || (UsesSecondColour(filterKind) && !read.colour2))
-        return kKXErrBadParam;
-    const FilterSetup setup = MakeSetup(read, saturation, contrast, filterKind);
-    return PhotoFilter(source, destination, CEffectRect::FromKXRect(*rect), filterKind, mode, setup);
+    return EntryPoint(source, destination, rect)
+        .Requires(read.colour1)
+        .Require(!UsesSecondColour(filterKind) || read.colour2, kKXErrBadParam)
+        .RGBOnly()
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            return PhotoFilter<Sample>(source, destination, effectRect, filterKind, mode,
+                                       MakeSetup(read, saturation, contrast, filterKind));
+        });
 }

@@ -34,23 +34,18 @@ int32_t KXEffectsSharpenHighPass(KXImage* source, KXImage* destination, const KX
 int32_t KXEffectsSharpenHighPassWithOffset(KXImage* source, KXImage* destination, const KXRect* rect, float amount,
                                            int32_t radius, KXPoint offset)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    if (!(amount > 0.0f) || radius <= 0)
-        return KXEffectsCopyRect(source, destination, effectRect, offset);
     // The overlay reads the unsharpened samples after the blur has filled the destination.
-    if (source == destination)
-        return kKXErrBadParam;
-    const int32_t status =
-        LogFailure(BoxBlurDispatch(source, source, destination, rect, radius, offset, 1.0f), kSourceFile, __LINE__);
-    if (status != kKXNoErr)
-        return status;
-    return DispatchImageDepth(source,
-                              CombineAtDepth(source, destination, destination, effectRect, offset, [amount](auto tag) {
-                                  using Sample = typename decltype(tag)::Type;
-                                  return [amount](Sample s, Sample b) {
-                                      return FromUnit<Sample>(OverlaidHighPass(ToUnit(s), ToUnit(b), amount));
-                                  };
-                              }));
+    return EntryPoint(source, destination, rect)
+        .NeutralWhen(!(amount > 0.0f) || radius <= 0, offset)
+        .Require(source != destination, kKXErrBadParam)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            const int32_t status = LogFailure(BoxBlurDispatch(source, source, destination, rect, radius, offset, 1.0f),
+                                              kSourceFile, __LINE__);
+            if (status == kKXNoErr)
+                CombineWithBlur<Sample>(source, destination, destination, effectRect, offset,
+                                        [amount](Sample s, Sample b) {
+                                            return FromUnit<Sample>(OverlaidHighPass(ToUnit(s), ToUnit(b), amount));
+                                        });
+            return status;
+        });
 }

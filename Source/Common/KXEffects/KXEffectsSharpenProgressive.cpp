@@ -1,6 +1,7 @@
 // Progressive sharpening: the luma of RGB pictures (each plane of others) pushed away from its gaussian blurs
 // at four scales in one pass, the finest weighted down by fineReduction.
 #include "KXEffectsColorMath.h"
+#include "KXEffectsEntry.h"
 #include "KXEffectsGaussianBlur.h"
 #include "KXEffectsRowLoop.h"
 
@@ -75,37 +76,25 @@ template <class Sample> inline void StoreWithChroma(const Sample* in, Sample* ou
 // A scale without an image reads as zeros.
 using ScaleImages = CImageRef[kScales];
 
-// rowKernel(in, out, blurred rows, width, planes, colourPlanes) over rect, alpha copied with the whole line.
+// rowKernel(in, out, blurred rows, width, planes, colourPlanes) over rect, alpha copied with the whole line;
+// the scales are read after the destination row is asked for.
 template <class Sample, class RowKernel>
 void ForEachScaleRow(KXImage* source, KXImage* destination, const ScaleImages& scales, const CEffectRect& rect,
                      RowKernel&& rowKernel)
 {
-    if (rect.IsEmpty())
-        return;
     const PixelLayout layout = LayoutOf(destination);
     const int32_t width = rect.Width();
-    const CAlignedBuffer zeros(size_t(width) * size_t(layout.planes) * sizeof(Sample));
-    CImageView sourceView(source);
-    CImageView destinationView(destination);
-    CImageView scaleViews[kScales];
-    for (int32_t k = 0; k < kScales; ++k)
-        if (scales[k])
-            scaleViews[k].Attach(scales[k]);
-    WithPlaneCounts(layout, [&](auto planes, auto colourPlanes) {
-        for (int32_t row = rect.top; row < rect.bottom; ++row) {
-            const auto* in = static_cast<const Sample*>(sourceView.ReadRow(row, rect.left, width));
-            auto* out = static_cast<Sample*>(destinationView.WriteRow(row, rect.left, width));
-            if (layout.transparency != 0 && in != out)
-                std::memmove(out, in, size_t(width) * size_t(layout.planes) * sizeof(Sample));
-            const Sample* rows[kScales];
-            for (int32_t k = 0; k < kScales; ++k)
-                rows[k] = scales[k] ? static_cast<const Sample*>(scaleViews[k].ReadRow(row, rect.left, width))
-                                    : zeros.As<Sample>();
-            rowKernel(in, out, rows, width, planes, colourPlanes);
-        }
-    });
-    destinationView.Detach();
-    sourceView.Detach();
+    const CAlignedBuffer zeros(size_t(std::max(width, 0)) * size_t(layout.planes) * sizeof(Sample));
+    const auto orZeros = [&](const Sample* row) { return row ? row : zeros.As<Sample>(); };
+    WalkRows<Sample>(
+        rect, Sources<Sample, Sample, Sample, Sample, Sample>{source, scales[0], scales[1], scales[2], scales[3]},
+        destination, {.firstLateSource = 1},
+        [&](int32_t, const Sample* in, const Sample* fine, const Sample* second, const Sample* third,
+            const Sample* coarse, Sample* out) {
+            const Sample* rows[kScales] = {orZeros(fine), orZeros(second), orZeros(third), orZeros(coarse)};
+            WithPlaneCounts(
+                layout, [&](auto planes, auto colourPlanes) { rowKernel(in, out, rows, width, planes, colourPlanes); });
+        });
 }
 
 // The samples of the four scales at one index of their rows.
@@ -161,24 +150,21 @@ void PlaneKernel(KXImage* source, KXImage* destination, const ScaleImages& scale
 
 // ---- Dispatch ----
 
-// One of the twelve kernels: depth, luminance or planes, with or without threshold.
-int32_t CombineScales(KXImage* source, KXImage* destination, const ScaleImages& scales, const CEffectRect& rect,
-                      bool luminance, const ProgressiveSettings& settings)
+// One of the four kernels of a depth: luminance or planes, with or without threshold.
+template <class Sample>
+void CombineScales(KXImage* source, KXImage* destination, const ScaleImages& scales, const CEffectRect& rect,
+                   bool luminance, const ProgressiveSettings& settings)
 {
-    return DispatchImageDepth(source, [&](auto tag) {
-        using Sample = typename decltype(tag)::Type;
-        const auto run = [&](auto thresholded) {
-            if (luminance)
-                LuminanceKernel<Sample, decltype(thresholded)::value>(source, destination, scales, rect, settings);
-            else
-                PlaneKernel<Sample, decltype(thresholded)::value>(source, destination, scales, rect, settings);
-        };
-        if (settings.threshold > 0.0f)
-            run(std::true_type{});
+    const auto run = [&](auto thresholded) {
+        if (luminance)
+            LuminanceKernel<Sample, decltype(thresholded)::value>(source, destination, scales, rect, settings);
         else
-            run(std::false_type{});
-        return int32_t(kKXNoErr);
-    });
+            PlaneKernel<Sample, decltype(thresholded)::value>(source, destination, scales, rect, settings);
+    };
+    if (settings.threshold > 0.0f)
+        run(std::true_type{});
+    else
+        run(std::false_type{});
 }
 
 // The blurs of input over rect, one work image for each scale of weight above 0.
@@ -203,22 +189,20 @@ void BlurScales(KXImage* input, const KXRect* rect, float radius, const Progress
 int32_t KXEffectsSharpenProgressive(KXImage* source, KXImage* destination, const KXRect* rect, float amount,
                                     float radius, float fineReduction, float threshold)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    if (!(amount > 0.0f) || !(radius > 0.0f))
-        return KXEffectsCopyRect(source, destination, effectRect, KXPointMake(0, 0));
-    return KXEffectsCatchStatus(kSourceFile, __LINE__, [&] {
-        const ProgressiveSettings settings = SettingsOf(amount, fineReduction, threshold);
-        const bool luminance = KXImageGetColorSpaceType(source) == KXColorSpaceRGB;
-        CImageRef luma;
-        if (luminance) {
-            // Reach of the coarsest scale, so that its blur sees real pixels around rect.
-            const KXRect grown = KXRectOutset(rect, GaussianBlurOutset(radius * 4.0f));
-            KX_THROW_IF_ERROR(KXEffectsCreateLuminosityImage(source, luma.Out(), &grown, 0));
-        }
-        ScaleImages scales;
-        BlurScales(luminance ? luma.Get() : source, rect, radius, settings, scales);
-        return CombineScales(source, destination, scales, effectRect, luminance, settings);
-    });
+    return EntryPoint(source, destination, rect)
+        .NeutralWhen(!(amount > 0.0f) || !(radius > 0.0f))
+        .Catching(kSourceFile, __LINE__)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            const ProgressiveSettings settings = SettingsOf(amount, fineReduction, threshold);
+            const bool luminance = IsRGB(source);
+            CImageRef luma;
+            if (luminance) {
+                // Reach of the coarsest scale, so that its blur sees real pixels around rect.
+                const KXRect grown = KXRectOutset(rect, GaussianBlurOutset(radius * 4.0f));
+                KX_THROW_IF_ERROR(KXEffectsCreateLuminosityImage(source, luma.Out(), &grown, 0));
+            }
+            ScaleImages scales;
+            BlurScales(luminance ? luma.Get() : source, rect, radius, settings, scales);
+            CombineScales<Sample>(source, destination, scales, effectRect, luminance, settings);
+        });
 }

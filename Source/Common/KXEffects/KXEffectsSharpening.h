@@ -2,7 +2,7 @@
 // blurred image beside it, and the way they hand back a blur's failure.
 #pragma once
 
-#include "KXEffectsDispatch.h"
+#include "KXEffectsEntry.h"
 #include "KXEffectsRowLoop.h"
 
 // out = sampleKernel(s, b) on the colour planes of rect, s from source and b from blurred; blurred and
@@ -36,16 +36,6 @@ void CombineWithBlur(KXImage* source, KXImage* blurred, KXImage* destination, co
     destinationView.Detach();
     blurredView.Detach();
     sourceView.Detach();
-}
-
-// The depth dispatchers' body for CombineWithBlur: kernelOf(tag) gives the sample kernel of the tag's type.
-inline auto CombineAtDepth(KXImage* source, KXImage* blurred, KXImage* destination, const CEffectRect& rect,
-                           KXPoint offset, auto&& kernelOf)
-{
-    return [=, &kernelOf](auto tag) -> int32_t {
-        CombineWithBlur<typename decltype(tag)::Type>(source, blurred, destination, rect, offset, kernelOf(tag));
-        return kKXNoErr;
-    };
 }
 
 // The effects that do not catch hand a blur's failure back as their status, logged under their own file.

@@ -3,7 +3,7 @@
 #include "KXEffectsSurfaceBlur.h"
 
 #include "KXEffectsColorMath.h"
-#include "KXEffectsDispatch.h"
+#include "KXEffectsEntry.h"
 #include "KXEffectsRowLoop.h"
 
 #include <type_traits>
@@ -269,20 +269,16 @@ template <int32_t Bins>
 int32_t SurfaceBlurWithBins(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius,
                             float threshold, float amount, KXPoint offset)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    if (!(amount > 0.0f) || radius <= 0 || !(threshold > 0.0f))
-        return KXEffectsCopyRect(source, destination, effectRect, offset);
-    return DispatchImageDepth(source, [&](auto tag) {
-        using Sample = typename decltype(tag)::Type;
-        if (effectRect.IsEmpty())
-            return int32_t(kKXNoErr);
-        // The weight is a tent of half-width 2.5 x threshold around the centre sample.
-        const SurfaceSettings settings{radius, 1.0f / (threshold * 2.5f * kWhite<Sample>), amount, 1.0f - amount,
-                                       offset};
-        return SurfaceByAccumulator<Sample, Bins>(source, destination, effectRect, settings);
-    });
+    return EntryPoint(source, destination, rect)
+        .NeutralWhen(!(amount > 0.0f) || radius <= 0 || !(threshold > 0.0f), offset)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            if (effectRect.IsEmpty())
+                return int32_t(kKXNoErr);
+            // The weight is a tent of half-width 2.5 x threshold around the centre sample.
+            const SurfaceSettings settings{radius, 1.0f / (threshold * 2.5f * kWhite<Sample>), amount, 1.0f - amount,
+                                           offset};
+            return SurfaceByAccumulator<Sample, Bins>(source, destination, effectRect, settings);
+        });
 }
 
 // The pixel takes the blurred luma l (0..255) as its luma, keeping its chroma and hue.
@@ -297,25 +293,16 @@ template <class Sample> inline void ApplyLuma(const Sample* in, uint8_t luma, Sa
         out[c] = FromUnit<Sample>(rgb[c]);
 }
 
-// Views on source, luma and destination, in that order; alpha carried across.
+// Source and luma read in that order; alpha carried across.
 template <class Sample>
 int32_t ApplyLumaKernel(KXImage* source, KXImage* luma, KXImage* destination, const CEffectRect& rect)
 {
-    const PixelLayout layout = LayoutOf(destination);
-    const int32_t width = rect.Width();
-    CImageView sourceView(source);
-    CImageView lumaView(luma);
-    CImageView destinationView(destination);
-    for (int32_t row = rect.top; row < rect.bottom; ++row) {
-        const auto* in = static_cast<const Sample*>(sourceView.ReadRow(row, rect.left, width));
-        const auto* lumaRow = static_cast<const uint8_t*>(lumaView.ReadRow(row, rect.left, width));
-        auto* out = static_cast<Sample*>(destinationView.WriteRow(row, rect.left, width));
-        if (layout.transparency != 0 && in != out)
-            std::memmove(out, in, size_t(width) * size_t(layout.planes) * sizeof(Sample));
-        for (int32_t x = 0; x < width; ++x)
-            ApplyLuma(in + x * layout.planes, lumaRow[x], out + x * layout.planes);
-    }
-    destinationView.Detach();
+    const int32_t planes = KXImageGetNumPlanes(destination);
+    WalkRows<Sample>(rect, Sources<Sample, uint8_t>{source, luma}, destination,
+                     [&](int32_t, const Sample* in, const uint8_t* lumaRow, Sample* out) {
+                         for (int32_t x = 0; x < rect.Width(); ++x)
+                             ApplyLuma(in + x * planes, lumaRow[x], out + x * planes);
+                     });
     return kKXNoErr;
 }
 
@@ -348,22 +335,16 @@ int32_t KXEffectsSurfaceBlurWithOffset(KXImage* source, KXImage* destination, co
 int32_t KXEffectsSurfaceBlurLuminosity(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius,
                                        float threshold, float amount)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    return KXEffectsCatchStatus(kSourceFile, __LINE__, [&]() -> int32_t {
-        const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-        // The surface blur would copy: so does its luminosity form, whatever the colour space.
-        if (!(amount > 0.0f) || radius <= 0 || !(threshold > 0.0f))
-            return KXEffectsCopyRect(source, destination, effectRect, KXPointMake(0, 0));
-        if (KXImageGetColorSpaceType(source) != KXColorSpaceRGB)
-            return kKXErrUnsupported;
-        const KXRect grown = KXRectOutset(rect, radius);
-        CImageRef luma;
-        KX_THROW_IF_ERROR(KXEffectsCreateLuminosityImage(source, luma.Out(), &grown, 1));
-        KX_THROW_IF_ERROR(SurfaceBlurDispatch(luma, luma, rect, radius, threshold, amount, KXPointMake(0, 0)));
-        KX_THROW_IF_ERROR(DispatchImageDepth(source, [&](auto tag) {
-            return ApplyLumaKernel<typename decltype(tag)::Type>(source, luma, destination, effectRect);
-        }));
-        return kKXNoErr;
-    });
+    // The surface blur would copy: so does its luminosity form, whatever the colour space.
+    return EntryPoint(source, destination, rect)
+        .Catching(kSourceFile, __LINE__)
+        .NeutralWhen(!(amount > 0.0f) || radius <= 0 || !(threshold > 0.0f))
+        .RGBOnly()
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            const KXRect grown = KXRectOutset(rect, radius);
+            CImageRef luma;
+            KX_THROW_IF_ERROR(KXEffectsCreateLuminosityImage(source, luma.Out(), &grown, 1));
+            KX_THROW_IF_ERROR(SurfaceBlurDispatch(luma, luma, rect, radius, threshold, amount, KXPointMake(0, 0)));
+            return ApplyLumaKernel<Sample>(source, luma, destination, effectRect);
+        });
 }

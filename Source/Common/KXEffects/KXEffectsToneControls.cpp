@@ -1,7 +1,7 @@
 // The global tone sliders: brightness, contrast, midtone contrast, exposure, and brightness with haze and
 // saturation, as pixel effects, as masked variants and as curve tables built from the same shapers.
 #include "KXEffectsColorMath.h"
-#include "KXEffectsDispatch.h"
+#include "KXEffectsEntry.h"
 #include "KXEffectsRowLoop.h"
 #include "KXEffectsToneCurves.h"
 
@@ -106,25 +106,27 @@ void MaskedShapeKernel(KXImage* source, KXImage* destination, KXImage* mask, con
                                });
 }
 
-// Runs the per-sample shape over the image at its depth; with a mask, shape takes the mask value too.
+// Runs the per-sample shape over the image at its depth; with a mask, shape takes the mask value too. The
+// mask has one plane of any depth.
+template <class Plain, class Masked>
+int32_t RunShape(EntryPoint entry, KXImage* source, KXImage* destination, KXImage* mask, Plain&& plain,
+                 Masked&& masked)
+{
+    return entry
+        .Require([&] { return !mask || (KXImageGetNumPlanes(mask) == 1 && HasSampleKernel(mask)); }, kKXErrUnsupported)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            if (mask)
+                MaskedShapeKernel<Sample>(source, destination, mask, effectRect, masked);
+            else
+                ShapeKernel<Sample>(source, destination, effectRect, plain);
+        });
+}
+
 template <class Plain, class Masked>
 int32_t ShapeImage(KXImage* source, KXImage* destination, KXImage* mask, const KXRect* rect, Plain&& plain,
                    Masked&& masked)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    const int32_t maskBytes = mask ? KXImageGetPlaneBytes(mask) : 1;
-    if ((mask && KXImageGetNumPlanes(mask) != 1) || (maskBytes != 1 && maskBytes != 2 && maskBytes != 4))
-        return kKXErrUnsupported;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    return DispatchImageDepth(source, [&](auto tag) {
-        using Sample = typename decltype(tag)::Type;
-        if (mask)
-            MaskedShapeKernel<Sample>(source, destination, mask, effectRect, masked);
-        else
-            ShapeKernel<Sample>(source, destination, effectRect, plain);
-        return int32_t(kKXNoErr);
-    });
+    return RunShape(EntryPoint(source, destination, rect), source, destination, mask, plain, masked);
 }
 
 // The bipolar mask forms: a setting of 0 without a mask copies.
@@ -132,9 +134,8 @@ template <class Plain, class Masked>
 int32_t ShapeImageWithSignedMask(KXImage* source, KXImage* destination, KXImage* mask, const KXRect* rect,
                                  float setting, Plain&& plain, Masked&& masked)
 {
-    if (source && destination && rect && !mask && setting == 0.0f)
-        return KXEffectsCopyRect(source, destination, CEffectRect::FromKXRect(*rect), KXPointMake(0, 0));
-    return ShapeImage(source, destination, mask, rect, plain, masked);
+    return RunShape(EntryPoint(source, destination, rect).NeutralWhen(!mask && setting == 0.0f), source, destination,
+                    mask, plain, masked);
 }
 
 // The entries of a table at x = i / 255, repeated in every channel.
@@ -248,56 +249,43 @@ int32_t KXEffectsMidtoneContrastAltMakeCurves(int32_t numChannels, float* curves
 
 int32_t KXEffectsExposure(KXImage* source, KXImage* destination, const KXRect* rect, float exposure)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    if (exposure == 1.0f)
-        return KXEffectsCopyRect(source, destination, effectRect, KXPointMake(0, 0));
     const ExposureResponse respond(exposure);
-    return DispatchPlaneBytes(KXImageGetPlaneBytes(source), [&](auto tag) {
-        using Sample = typename decltype(tag)::Type;
-        ForEachPixel<Sample>(source, destination, effectRect, [&](const Sample* in, Sample* out, auto colourPlanes) {
-            // A gray image has only the gray case.
-            if (colourPlanes < 3) {
-                for (int32_t c = 0; c < colourPlanes; ++c)
-                    out[c] = FromUnit<Sample>(Clamp01(respond(ToUnit(in[c]))));
-                return;
-            }
-            float rgb[3] = {ToUnit(in[0]), ToUnit(in[1]), ToUnit(in[2])};
-            ExposePixel(rgb, respond);
-            for (int32_t c = 0; c < 3; ++c)
-                out[c] = FromUnit<Sample>(rgb[c]);
+    return EntryPoint(source, destination, rect)
+        .NeutralWhen(exposure == 1.0f)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            ForEachPixel<Sample>(source, destination, effectRect,
+                                 [&](const Sample* in, Sample* out, auto colourPlanes) {
+                                     // A gray image has only the gray case.
+                                     if (colourPlanes < 3) {
+                                         for (int32_t c = 0; c < colourPlanes; ++c)
+                                             out[c] = FromUnit<Sample>(Clamp01(respond(ToUnit(in[c]))));
+                                         return;
+                                     }
+                                     ChangeColour(in, out, [&](float* rgb) { ExposePixel(rgb, respond); });
+                                 });
         });
-        return int32_t(kKXNoErr);
-    });
 }
 
 int32_t KXEffectsBrightnessHazeSaturation(KXImage* source, KXImage* destination, const KXRect* rect,
                                           float brightness, float haze, float saturation)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    if (KXImageGetColorSpaceType(source) != KXColorSpaceRGB)
-        return kKXErrUnsupported;
     const float lift = std::max(haze, 0.0f), hold = 1.0f - lift;
     const bool adjust = brightness != 0.0f || saturation != 0.0f;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    return DispatchPlaneBytes(KXImageGetPlaneBytes(source), [&](auto tag) {
-        using Sample = typename decltype(tag)::Type;
-        // Haze lifts black to the haze and leaves white at white.
-        const auto kernel = [&](auto adjustTag) {
-            ForEachPixel<Sample>(source, destination, effectRect, [&](const Sample* in, Sample* out, auto) {
-                float rgb[3] = {ToUnit(in[0]), ToUnit(in[1]), ToUnit(in[2])};
-                if constexpr (decltype(adjustTag)::value)
-                    KXEffectsSaturateAndLighten(rgb, saturation, brightness);
-                for (int32_t c = 0; c < 3; ++c)
-                    out[c] = FromUnit<Sample>(rgb[c] * hold + lift);
-            });
-        };
-        if (adjust)
-            kernel(std::true_type{});
-        else
-            kernel(std::false_type{});
-        return int32_t(kKXNoErr);
-    });
+    return EntryPoint(source, destination, rect)
+        .RGBOnly()
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            // Haze lifts black to the haze and leaves white at white.
+            const auto kernel = [&](auto adjustTag) {
+                ForEachColour<Sample>(source, destination, effectRect, [&](float* rgb) {
+                    if constexpr (decltype(adjustTag)::value)
+                        KXEffectsSaturateAndLighten(rgb, saturation, brightness);
+                    for (int32_t c = 0; c < 3; ++c)
+                        rgb[c] = rgb[c] * hold + lift;
+                });
+            };
+            if (adjust)
+                kernel(std::true_type{});
+            else
+                kernel(std::false_type{});
+        });
 }

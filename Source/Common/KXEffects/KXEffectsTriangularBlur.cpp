@@ -1,5 +1,5 @@
 // Triangular blur: a separable tent kernel from exact running sums.
-#include "KXEffectsDispatch.h"
+#include "KXEffectsEntry.h"
 #include "KXEffectsRowLoop.h"
 
 #include <algorithm>
@@ -151,13 +151,11 @@ int32_t TentBySum(KXImage* source, KXImage* destination, const CEffectRect& rect
 
 int32_t KXEffectsTriangularBlur(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    return DispatchPlaneBytes(KXImageGetPlaneBytes(source), [&](auto tag) {
-        if (effectRect.IsEmpty())
-            return int32_t(kKXNoErr);
-        // A negative radius is taken as 0, which yields the source.
-        return TentBySum<typename decltype(tag)::Type>(source, destination, effectRect, std::max(radius, 0));
-    });
+    return EntryPoint(source, destination, rect)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            if (effectRect.IsEmpty())
+                return int32_t(kKXNoErr);
+            // A negative radius is taken as 0, which yields the source.
+            return TentBySum<Sample>(source, destination, effectRect, std::max(radius, 0));
+        });
 }

@@ -58,39 +58,34 @@ template <class Sample> inline Sample ThresholdedSample(Sample s, Sample b, Diff
 // ---- Dispatch ----
 
 // The destination holds the blur; the thresholded form only for a threshold above 0.
-int32_t SharpenAgainstBlur(KXImage* source, KXImage* destination, const CEffectRect& rect, float amount,
-                           float threshold)
+template <class Sample>
+void SharpenAgainstBlur(KXImage* source, KXImage* destination, const CEffectRect& rect, float amount, float threshold)
 {
     const KXPoint origin = KXPointMake(0, 0);
     if (threshold > 0.0f)
-        return DispatchImageDepth(source, CombineAtDepth(source, destination, destination, rect, origin, [&](auto tag) {
-                                      using Sample = typename decltype(tag)::Type;
-                                      return [t = ThresholdOf<Sample>(threshold), amount](Sample s, Sample b) {
-                                          return ThresholdedSample<Sample>(s, b, t, amount);
-                                      };
-                                  }));
-    return DispatchImageDepth(source, CombineAtDepth(source, destination, destination, rect, origin, [&](auto tag) {
-                                  using Sample = typename decltype(tag)::Type;
-                                  return [amount](Sample s, Sample b) { return PlainSample<Sample>(s, b, amount); };
-                              }));
+        CombineWithBlur<Sample>(source, destination, destination, rect, origin,
+                                [t = ThresholdOf<Sample>(threshold), amount](Sample s, Sample b) {
+                                    return ThresholdedSample<Sample>(s, b, t, amount);
+                                });
+    else
+        CombineWithBlur<Sample>(source, destination, destination, rect, origin,
+                                [amount](Sample s, Sample b) { return PlainSample<Sample>(s, b, amount); });
 }
 
 // blur() writes the blur of source into destination; the sharpening reads both, so they must differ.
 template <class Blur>
-int32_t UnsharpMaskWith(KXImage* source, KXImage* destination, const KXRect* rect, float amount, float threshold,
-                        Blur&& blur)
+int32_t UnsharpMaskWith(KXImage* source, KXImage* destination, const KXRect* rect, bool neutral, float amount,
+                        float threshold, Blur&& blur)
 {
-    if (source == destination)
-        return kKXErrBadParam;
-    const int32_t status = LogFailure(blur(), kSourceFile, __LINE__);
-    if (status != kKXNoErr)
-        return status;
-    return SharpenAgainstBlur(source, destination, CEffectRect::FromKXRect(*rect), amount, threshold);
-}
-
-int32_t CopyUnsharpened(KXImage* source, KXImage* destination, const KXRect* rect)
-{
-    return KXEffectsCopyRect(source, destination, CEffectRect::FromKXRect(*rect), KXPointMake(0, 0));
+    return EntryPoint(source, destination, rect)
+        .NeutralWhen(neutral)
+        .Require(source != destination, kKXErrBadParam)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            const int32_t status = LogFailure(blur(), kSourceFile, __LINE__);
+            if (status == kKXNoErr)
+                SharpenAgainstBlur<Sample>(source, destination, effectRect, amount, threshold);
+            return status;
+        });
 }
 
 } // namespace
@@ -100,11 +95,8 @@ int32_t CopyUnsharpened(KXImage* source, KXImage* destination, const KXRect* rec
 int32_t KXEffectsUnsharpMask(KXImage* source, KXImage* destination, const KXRect* rect, float amount, float radius,
                              float threshold)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    if (!(amount > 0.0f) || !(radius > 0.0f) || !(threshold < 1.0f))
-        return CopyUnsharpened(source, destination, rect);
-    return UnsharpMaskWith(source, destination, rect, amount, threshold, [&] {
+    const bool neutral = !(amount > 0.0f) || !(radius > 0.0f) || !(threshold < 1.0f);
+    return UnsharpMaskWith(source, destination, rect, neutral, amount, threshold, [&] {
         return KXEffectsGaussianBlurWithAmountAndMode(source, destination, rect, radius, 1.0f, FourCharCode("norm"));
     });
 }
@@ -112,12 +104,9 @@ int32_t KXEffectsUnsharpMask(KXImage* source, KXImage* destination, const KXRect
 int32_t KXEffectsUnsharpMaskUsingSurfaceBlur(KXImage* source, KXImage* destination, const KXRect* rect, float amount,
                                              int32_t radius, float surfaceThreshold)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    if (!(amount > 0.0f) || radius <= 0 || !(surfaceThreshold > 0.0f))
-        return CopyUnsharpened(source, destination, rect);
+    const bool neutral = !(amount > 0.0f) || radius <= 0 || !(surfaceThreshold > 0.0f);
     // The surface threshold shapes the blur only: the combination is always the plain one.
-    return UnsharpMaskWith(source, destination, rect, amount, 0.0f, [&] {
+    return UnsharpMaskWith(source, destination, rect, neutral, amount, 0.0f, [&] {
         return SurfaceBlurDispatch(source, destination, rect, radius, surfaceThreshold, 1.0f, KXPointMake(0, 0));
     });
 }
@@ -125,11 +114,8 @@ int32_t KXEffectsUnsharpMaskUsingSurfaceBlur(KXImage* source, KXImage* destinati
 int32_t KXEffectsUnsharpMaskUsingBoxBlur(KXImage* source, KXImage* destination, const KXRect* rect, float amount,
                                          int32_t radius, float threshold)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    if (!(amount > 0.0f) || radius <= 0 || !(threshold < 1.0f))
-        return CopyUnsharpened(source, destination, rect);
-    return UnsharpMaskWith(source, destination, rect, amount, threshold, [&] {
+    const bool neutral = !(amount > 0.0f) || radius <= 0 || !(threshold < 1.0f);
+    return UnsharpMaskWith(source, destination, rect, neutral, amount, threshold, [&] {
         return BoxBlurDispatch(source, source, destination, rect, radius, KXPointMake(0, 0), 1.0f);
     });
 }
@@ -137,10 +123,7 @@ int32_t KXEffectsUnsharpMaskUsingBoxBlur(KXImage* source, KXImage* destination, 
 int32_t KXEffectsUnsharpMaskUsingTriangularBlur(KXImage* source, KXImage* destination, const KXRect* rect, float amount,
                                                 int32_t radius, float threshold)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    if (!(amount > 0.0f) || radius <= 0 || !(threshold < 1.0f))
-        return CopyUnsharpened(source, destination, rect);
-    return UnsharpMaskWith(source, destination, rect, amount, threshold,
+    const bool neutral = !(amount > 0.0f) || radius <= 0 || !(threshold < 1.0f);
+    return UnsharpMaskWith(source, destination, rect, neutral, amount, threshold,
                            [&] { return KXEffectsTriangularBlur(source, destination, rect, radius); });
 }

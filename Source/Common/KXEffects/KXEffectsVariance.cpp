@@ -1,7 +1,7 @@
 // Variance: the local standard deviation (not the variance; the name is kept) from two box blurs, of the
 // samples and of their squares.
 #include "KXEffectsBoxBlur.h"
-#include "KXEffectsDispatch.h"
+#include "KXEffectsEntry.h"
 #include "KXEffectsRowLoop.h"
 
 #include <algorithm>
@@ -48,40 +48,27 @@ template <class Sample> void SquareKernel(KXImage* source, KXImage* squares, con
 {
     using Square = typename SquareOf<Sample>::Type;
     const size_t count = size_t(bounds.Width()) * size_t(KXImageGetNumPlanes(source));
-    CImageView sourceView(source);
-    CImageView squareView(squares);
-    for (int32_t row = bounds.top; row < bounds.bottom; ++row) {
-        const auto* in = static_cast<const Sample*>(sourceView.ReadRow(row, bounds.left, bounds.Width()));
-        auto* out = static_cast<Square*>(squareView.WriteRow(row, bounds.left, bounds.Width()));
-        for (size_t i = 0; i < count; ++i)
-            out[i] = Square(Square(in[i]) * Square(in[i]));
-    }
-    squareView.Detach();
+    WalkRows<Square>(bounds, Sources<Sample>{source}, squares, {.alphaSource = RowWalkOrder::kNoAlphaCopy},
+                     [&](int32_t, const Sample* in, Square* out) {
+                         for (size_t i = 0; i < count; ++i)
+                             out[i] = Square(Square(in[i]) * Square(in[i]));
+                     });
 }
 
 // The destination holds the mean; it is read by one view and written by another, so that a destination
-// without a locked buffer works as well.
+// without a locked buffer works as well. Alpha comes from the mean.
 template <class Sample> void DeviationKernel(KXImage* squares, KXImage* destination, const CEffectRect& rect)
 {
     using Square = typename SquareOf<Sample>::Type;
     const PixelLayout layout = LayoutOf(destination);
-    const int32_t width = rect.Width();
-    CImageView squareView(squares);
-    CImageView meanView(destination);
-    CImageView destinationView(destination);
-    for (int32_t row = rect.top; row < rect.bottom; ++row) {
-        const auto* square = static_cast<const Square*>(squareView.ReadRow(row, rect.left, width));
-        const auto* mean = static_cast<const Sample*>(meanView.ReadRow(row, rect.left, width));
-        auto* out = static_cast<Sample*>(destinationView.WriteRow(row, rect.left, width));
-        if (layout.transparency != 0 && mean != out)
-            std::memmove(out, mean, size_t(width) * size_t(layout.planes) * sizeof(Sample));
-        for (int32_t x = 0; x < width; ++x)
-            for (int32_t c = 0; c < layout.colourPlanes; ++c) {
-                const int32_t at = x * layout.planes + c;
-                out[at] = Deviation(square[at], mean[at]);
-            }
-    }
-    destinationView.Detach();
+    WalkRows<Sample>(rect, Sources<Square, Sample>{squares, destination}, destination, {.alphaSource = 1},
+                     [&](int32_t, const Square* square, const Sample* mean, Sample* out) {
+                         for (int32_t x = 0; x < rect.Width(); ++x)
+                             for (int32_t c = 0; c < layout.colourPlanes; ++c) {
+                                 const int32_t at = x * layout.planes + c;
+                                 out[at] = Deviation(square[at], mean[at]);
+                             }
+                     });
 }
 
 // 16-bit squares pass 16 bits, so their blur reads them as unsigned 32-bit integers.
@@ -95,7 +82,8 @@ template <class Sample> int32_t BlurSquares(KXImage* squares, const KXRect* rect
 
 // The squares are taken before the mean is written, so that source and destination may be one image.
 template <class Sample>
-int32_t VarianceKernel(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius)
+int32_t VarianceKernel(KXImage* source, KXImage* destination, const KXRect* rect, const CEffectRect& effectRect,
+                       int32_t radius)
 {
     const KXRect bounds = KXImageGetBounds(source);
     CImageRef squares;
@@ -105,7 +93,7 @@ int32_t VarianceKernel(KXImage* source, KXImage* destination, const KXRect* rect
     SquareKernel<Sample>(source, squares, CEffectRect::FromKXRect(bounds));
     KX_THROW_IF_ERROR(BoxBlurDispatch(source, source, destination, rect, radius, KXPointMake(0, 0), 1.0f));
     KX_THROW_IF_ERROR(BlurSquares<Sample>(squares, rect, radius));
-    DeviationKernel<Sample>(squares, destination, CEffectRect::FromKXRect(*rect));
+    DeviationKernel<Sample>(squares, destination, effectRect);
     return kKXNoErr;
 }
 
@@ -113,12 +101,10 @@ int32_t VarianceKernel(KXImage* source, KXImage* destination, const KXRect* rect
 
 int32_t KXEffectsVariance(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    return KXEffectsCatchStatus(kSourceFile, __LINE__, [&]() {
-        return DispatchPlaneBytes(KXImageGetPlaneBytes(source), [&](auto tag) {
-            // A negative radius is taken as 0: the mean is the sample itself.
-            return VarianceKernel<typename decltype(tag)::Type>(source, destination, rect, std::max(radius, 0));
+    // A negative radius is taken as 0: the mean is the sample itself.
+    return EntryPoint(source, destination, rect)
+        .Catching(kSourceFile, __LINE__)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            return VarianceKernel<Sample>(source, destination, rect, effectRect, std::max(radius, 0));
         });
-    });
 }

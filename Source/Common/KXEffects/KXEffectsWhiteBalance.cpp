@@ -2,7 +2,7 @@
 // from a gray, from curves or from an illuminant preset; the toner.
 #include "KXEffectsWhiteBalance.h"
 #include "KXEffectsColorMath.h"
-#include "KXEffectsDispatch.h"
+#include "KXEffectsEntry.h"
 #include "KXEffectsRowLoop.h"
 #include "KXEffectsToneCurves.h"
 
@@ -27,16 +27,13 @@ struct ColourSettings {
 template <class Sample, bool Saturate, bool Vibrance, bool Temperature = true>
 void ColourKernel(KXImage* source, KXImage* destination, const CEffectRect& rect, const ColourSettings& settings)
 {
-    ForEachPixel<Sample>(source, destination, rect, [&settings](const Sample* in, Sample* out, auto) {
-        float rgb[3] = {ToUnit(in[0]), ToUnit(in[1]), ToUnit(in[2])};
+    ForEachColour<Sample>(source, destination, rect, [&settings](float* rgb) {
         if constexpr (Temperature)
             TemperatureTintPixel(rgb, settings.temperature, settings.tint);
         if constexpr (Saturate)
             KXEffectsSaturatePixel(rgb, settings.saturation);
         if constexpr (Vibrance)
             KXEffectsVibrancePixel(rgb, settings.vibrance);
-        for (int32_t c = 0; c < 3; ++c)
-            out[c] = FromUnit<Sample>(rgb[c]);
     });
 }
 
@@ -59,18 +56,13 @@ void ApplyColourSettings(KXImage* source, KXImage* destination, const CEffectRec
 
 int32_t TemperatureDriver(KXImage* source, KXImage* destination, const KXRect* rect, const ColourSettings& settings)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    if (KXImageGetColorSpaceType(source) != KXColorSpaceRGB)
-        return kKXErrUnsupported;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    if (settings.temperature == 0.0f && settings.tint == 0.0f && settings.vibrance == 0.0f &&
-        settings.saturation == 0.0f)
-        return KXEffectsCopyRect(source, destination, effectRect, KXPointMake(0, 0));
-    return DispatchPlaneBytes(KXImageGetPlaneBytes(source), [&](auto tag) {
-        ApplyColourSettings<typename decltype(tag)::Type>(source, destination, effectRect, settings);
-        return int32_t(kKXNoErr);
-    });
+    return EntryPoint(source, destination, rect)
+        .RGBOnly()
+        .NeutralWhen(settings.temperature == 0.0f && settings.tint == 0.0f && settings.vibrance == 0.0f &&
+                     settings.saturation == 0.0f)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            ApplyColourSettings<Sample>(source, destination, effectRect, settings);
+        });
 }
 
 // ---- Searches ----
@@ -268,39 +260,29 @@ int32_t KXEffectsTemperatureTintSaturationAndVibrance(KXImage* source, KXImage* 
 
 int32_t KXEffectsVibrance(KXImage* source, KXImage* destination, const KXRect* rect, float vibrance)
 {
-    if (!source || !destination || !rect)
-        return kKXErrBadParam;
-    if (KXImageGetColorSpaceType(source) != KXColorSpaceRGB)
-        return kKXErrUnsupported;
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    if (vibrance == 0.0f)
-        return KXEffectsCopyRect(source, destination, effectRect, KXPointMake(0, 0));
-    return DispatchImageDepth(source, [&](auto tag) {
-        ColourKernel<typename decltype(tag)::Type, false, true, false>(source, destination, effectRect,
-                                                                       {0.0f, 0.0f, 0.0f, vibrance});
-        return int32_t(kKXNoErr);
-    });
+    return EntryPoint(source, destination, rect)
+        .RGBOnly()
+        .NeutralWhen(vibrance == 0.0f)
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            ColourKernel<Sample, false, true, false>(source, destination, effectRect, {0.0f, 0.0f, 0.0f, vibrance});
+        });
 }
 
 int32_t KXEffectsAddToner(KXImage* source, KXImage* destination, const KXRect* rect, const float* tonerColor,
                           float amount)
 {
-    if (!source || !destination || !rect || !tonerColor)
-        return kKXErrBadParam;
-    if (KXImageGetColorSpaceType(source) != KXColorSpaceRGB)
-        return kKXErrUnsupported;
-    const TonerMap toner(tonerColor);
-    const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
-    return DispatchImageDepth(source, [&](auto tag) {
-        using Sample = typename decltype(tag)::Type;
-        const float toned = amount * kWhite<Sample>, keep = 1.0f - amount;
-        ForEachPixel<Sample>(source, destination, effectRect, [&](const Sample* in, Sample* out, auto) {
-            const TonerMap::Weights w = toner(Luma(ToUnit(in[0]), ToUnit(in[1]), ToUnit(in[2])));
-            for (int32_t c = 0; c < 3; ++c)
-                out[c] = FromRaw<Sample>((w.weight * toner.tone[c] + w.base) * toned + float(in[c]) * keep);
+    return EntryPoint(source, destination, rect)
+        .Requires(tonerColor)
+        .RGBOnly()
+        .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            const TonerMap toner(tonerColor);
+            const float toned = amount * kWhite<Sample>, keep = 1.0f - amount;
+            ForEachPixel<Sample>(source, destination, effectRect, [&](const Sample* in, Sample* out, auto) {
+                const TonerMap::Weights w = toner(Luma(ToUnit(in[0]), ToUnit(in[1]), ToUnit(in[2])));
+                for (int32_t c = 0; c < 3; ++c)
+                    out[c] = FromRaw<Sample>((w.weight * toner.tone[c] + w.base) * toned + float(in[c]) * keep);
+            });
         });
-        return int32_t(kKXNoErr);
-    });
 }
 
 int32_t KXEffectsTemperatureAndTintForGray(const float* grayColor, float* temperature, float* tint)

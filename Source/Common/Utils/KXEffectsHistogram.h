@@ -2,6 +2,7 @@
 // they allocate and the colour images they read.
 #pragma once
 
+#include "KXEffectsEntry.h"
 #include "KXEffectsColorMath.h"
 #include "KXEffectsRowLoop.h"
 
@@ -45,9 +46,9 @@ template <class Count> int32_t BinReaching(const Count* histogram, int64_t thres
 // ---- Images and tables ----
 
 // Three colour planes in the RGB colour space: what the colour analyses read.
-inline bool IsRGB(KXImage* image)
+inline bool IsRGBOfThreeColourPlanes(KXImage* image)
 {
-    return KXImageGetColorSpaceType(image) == KXColorSpaceRGB && LayoutOf(image).colourPlanes == 3;
+    return IsRGB(image) && LayoutOf(image).colourPlanes == 3;
 }
 
 // A zeroed table; a failed allocation is logged and thrown as kKXErrNoResource.
