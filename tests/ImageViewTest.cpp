@@ -1,10 +1,6 @@
-// Image views: direct service of locked buffers, scratch copies with edge replication, write-back.
+// Image views: edge replication and the background pixel, and write-back inside the image.
 #include "KXEffectsUtils.h"
 #include "TestImages.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
 
 namespace {
 
@@ -18,140 +14,42 @@ TestImage MakeGrid(bool lockable)
     return image;
 }
 
-const uint8_t* PixelIn(const void* base, int32_t stride, int32_t row, int32_t column)
+// The pixel at row and column of the rows a view hands out for rect (top, left, bottom, right).
+std::vector<int32_t> PixelAt(CImageView& view, const CEffectRect& rect, int32_t row, int32_t column)
 {
-    return static_cast<const uint8_t*>(base) + row * stride + column * 4;
-}
-
-TEST(ImageView, InBoundsRectanglesOfLockedImagesAreServedDirectly)
-{
-    TestImage image = MakeGrid(true);
-    CImageView view(image);
     int32_t stride = 0;
-    const void* rows = view.ReadRect({20, 11, 23, 13}, &stride);
-    EXPECT_EQ(stride, KXImageGetRowBytes(image));
-    EXPECT_EQ(rows, static_cast<uint8_t*>(KXImageLockBuffer(image)) + 4);
-    KXImageUnlockBuffer(image);
-    EXPECT_FALSE(view.HasScratch());
-    EXPECT_NE(view.ReadRect({21, 12, 21 + 1, 12}, &stride), nullptr); // zero width inside
-    EXPECT_FALSE(view.HasScratch());
-
-    view.SetPackedRows(true);
-    view.ReadRect({20, 10, 22, 14}, &stride);
-    EXPECT_EQ(stride, 16);
-    EXPECT_TRUE(view.HasScratch());
-    view.ReadRect({22, 10, 23, 14}, &stride);
-    EXPECT_EQ(stride, KXImageGetRowBytes(image));
+    const uint8_t* pixel = static_cast<const uint8_t*>(view.ReadRect(rect, &stride)) + row * stride + column * 4;
+    return {pixel[0], pixel[1], pixel[2], pixel[3]};
 }
 
-TEST(ImageView, ReadsBeyondTheEdgeReplicateColourWithAlphaZero)
+// Beyond the edge the nearest pixel's colour comes back with alpha 0, also for rectangles wholly outside;
+// a background pixel, when set, shows instead. Writes land only inside the image.
+TEST(ImageView, ReadsReplicateTheEdgeWithAlphaZeroAndWritesStayInside)
 {
     for (bool lockable : kLockable) {
         SCOPED_TRACE(lockable);
         TestImage image = MakeGrid(lockable);
+        const Pixels before(image);
         CImageView view(image);
-        int32_t stride = 0;
-        const CEffectRect grown{18, 8, 25, 16}; // two pixels beyond every side
-        const void* rows = view.ReadRect(grown, &stride);
-        ASSERT_EQ(stride, 8 * 4);
-        for (int32_t row = 0; row < 7; ++row) {
+        for (int32_t row = 0; row < 7; ++row) // two pixels beyond every side
             for (int32_t column = 0; column < 8; ++column) {
-                const int32_t x = std::clamp(column + 8, 10, 13);
-                const int32_t y = std::clamp(row + 18, 20, 22);
-                const bool inside = x == column + 8 && y == row + 18;
-                const uint8_t* pixel = PixelIn(rows, stride, row, column);
-                EXPECT_EQ(pixel[0], x);
-                EXPECT_EQ(pixel[1], y);
-                EXPECT_EQ(pixel[2], x + y);
-                EXPECT_EQ(pixel[3], inside ? 200 + x : 0) << row << "," << column;
+                const int32_t x = std::clamp(column + 8, 10, 13), y = std::clamp(row + 18, 20, 22);
+                const int32_t alpha = x == column + 8 && y == row + 18 ? 200 + x : 0;
+                EXPECT_EQ(PixelAt(view, {18, 8, 25, 16}, row, column), (std::vector<int32_t>{x, y, x + y, alpha}));
             }
-        }
-    }
-}
-
-TEST(ImageView, RectanglesWhollyOutsideReadTheNearestRowOrColumn)
-{
-    for (bool lockable : kLockable) {
-        TestImage image = MakeGrid(lockable);
-        CImageView view(image);
+        EXPECT_EQ(PixelAt(view, {20, 30, 23, 33}, 2, 1), (std::vector<int32_t>{13, 22, 35, 0})); // beside it
+        EXPECT_EQ(PixelAt(view, {0, 0, 2, 2}, 1, 1), (std::vector<int32_t>{10, 20, 30, 0}));     // above and left
+        const uint8_t background[4] = {1, 2, 3, 4};
+        view.SetBackground(background);
+        EXPECT_EQ(PixelAt(view, {19, 9, 21, 11}, 0, 1), (std::vector<int32_t>{1, 2, 3, 4}));
         int32_t stride = 0;
-        const void* right = view.ReadRect({20, 30, 23, 33}, &stride); // beside the image, same rows
-        for (int32_t row = 0; row < 3; ++row)
-            for (int32_t column = 0; column < 3; ++column) {
-                const uint8_t* pixel = PixelIn(right, stride, row, column);
-                EXPECT_EQ(pixel[0], 13);
-                EXPECT_EQ(pixel[1], 20 + row);
-                EXPECT_EQ(pixel[3], 0);
-            }
-        const void* below = view.ReadRect({40, 10, 42, 14}, &stride);
+        auto* rows = static_cast<uint8_t*>(view.WriteRect({22, 12, 24, 16}, &stride));
         for (int32_t row = 0; row < 2; ++row)
-            for (int32_t column = 0; column < 4; ++column) {
-                const uint8_t* pixel = PixelIn(below, stride, row, column);
-                EXPECT_EQ(pixel[0], 10 + column);
-                EXPECT_EQ(pixel[1], 22);
-                EXPECT_EQ(pixel[3], 0);
-            }
-        const void* corner = view.ReadRect({0, 0, 2, 2}, &stride); // above and left: the corner pixel
-        EXPECT_EQ(PixelIn(corner, stride, 1, 1)[0], 10);
-        EXPECT_EQ(PixelIn(corner, stride, 0, 0)[1], 20);
-        CImageView fresh(image);
-        fresh.ReadRect({0, 50, 3, 50}, &stride); // zero width, outside
-        EXPECT_EQ(fresh.ScratchSize(), 0u);
+            std::memset(rows + row * stride, 77, 16);
+        view.Flush();
+        ExpectRegion(image, before.bounds, 0.0f,
+                     [&](int32_t x, int32_t y, int32_t p) { return y == 22 && x >= 12 ? 77.0f : before.At(x, y, p); });
     }
-}
-
-TEST(ImageView, BackgroundPixelShowsOutsideTheImage)
-{
-    TestImage image = MakeGrid(true);
-    CImageView view(image);
-    const uint8_t background[4] = {1, 2, 3, 4};
-    view.SetBackground(background);
-    int32_t stride = 0;
-    const void* rows = view.ReadRect({19, 9, 21, 11}, &stride);
-    for (int32_t i = 0; i < 4; ++i)
-        EXPECT_EQ(PixelIn(rows, stride, 0, 0)[i], background[i]);
-    EXPECT_EQ(PixelIn(rows, stride, 0, 1)[0], 1);
-    EXPECT_EQ(PixelIn(rows, stride, 1, 1)[0], 10); // the one pixel inside
-    EXPECT_EQ(PixelIn(rows, stride, 1, 1)[3], 210);
-    const void* outside = view.ReadRect({0, 0, 1, 1}, &stride);
-    EXPECT_EQ(PixelIn(outside, stride, 0, 0)[3], 4);
-}
-
-TEST(ImageView, WritesLandOnlyInsideTheImage)
-{
-    for (bool lockable : kLockable) {
-        SCOPED_TRACE(lockable);
-        TestImage image = MakeGrid(lockable);
-        const std::vector<float> before = image.Samples();
-        {
-            CImageView view(image);
-            int32_t stride = 0;
-            auto* rows = static_cast<uint8_t*>(view.WriteRect({22, 12, 24, 16}, &stride));
-            for (int32_t row = 0; row < 2; ++row)
-                std::memset(rows + row * stride, 77, 16);
-            view.WriteRect({0, 0, 2, 2}, &stride); // wholly outside: dropped
-            view.Flush();
-            EXPECT_EQ(view.CurrentState(), CImageView::kViewClean);
-        }
-        const std::vector<float> after = image.Samples();
-        for (int32_t y = 0; y < 3; ++y)
-            for (int32_t x = 0; x < 4; ++x)
-                for (int32_t plane = 0; plane < 4; ++plane) {
-                    const size_t index = size_t((y * 4 + x) * 4 + plane);
-                    EXPECT_EQ(after[index], y == 2 && x >= 2 ? 77.0f : before[index]);
-                }
-    }
-}
-
-TEST(ImageView, RowsFollowTheDefaultsOfAutoLeftAndNegativeWidth)
-{
-    TestImage image = MakeGrid(false);
-    CImageView view(image);
-    int32_t stride = 0;
-    const void* row = view.ReadRow(21, CImageView::kViewAuto, -1, &stride);
-    EXPECT_EQ(stride, 16);
-    EXPECT_EQ(PixelIn(row, stride, 0, 0)[0], 10);
-    EXPECT_EQ(PixelIn(row, stride, 0, 3)[0], 13);
 }
 
 } // namespace

@@ -1,27 +1,26 @@
-// Photo filter: every mode and depth through the whole pixel pipeline, the five filter kinds' geometry,
-// known pixels, and the checks before any pixel is touched.
-#include "KXEffectsBlendModes.h"
-#include "KXEffectsSample.h"
+// Photo filter: every mode against a flat colour layer blended over the image, the gradient kinds' geometry,
+// pixels worked by hand, and the checks before any pixel is touched.
 #include "TestImages.h"
 
-#include <gtest/gtest.h>
-
+#include <array>
 #include <cmath>
 #include <numbers>
 
 namespace {
 
 const KXRect kBounds = KXRectMake(-2, 3, 9, 5);
-const KXRect kRect = KXRectMake(-1, 3, 8, 5);
+
+// The 26 blend modes.
+const char* const kModes[] = {"norm", "dark", "lite", "hue ", "sat ", "colr", "lum ", "mul ", "scrn",
+                              "over", "hLit", "sLit", "diff", "smud", "div ", "idiv", "lbrn", "lddg",
+                              "vLit", "llit", "pLit", "hMix", "dkCl", "lgCl", "fsub", "fdiv"};
 
 struct FilterCall {
     int32_t kind = 0;
-    float saturation = 0.0f;
-    float contrast = 0.0f;
-    uint32_t mode = FourCharCode("norm");
+    float saturation = 0.0f, contrast = 0.0f;
+    uint32_t mode = Code("norm");
     KXEffectsFloatPoint centre = {1.5f, 5.0f};
-    float angleOrRadius = 0.0f;
-    float lengthOrFeather = 1.0f;
+    float angleOrRadius = 0.0f, lengthOrFeather = 1.0f;
     std::array<float, 3> colour1 = {1, 1, 1};
     float opacity1 = 1.0f;
     std::array<float, 3> colour2 = {0, 0, 0};
@@ -36,58 +35,27 @@ int32_t Filter(KXImage* source, KXImage* destination, const KXRect& rect, const 
                                 call.colour1.data(), double(call.opacity1), call.colour2.data(), double(call.opacity2));
 }
 
-// A flat filter on one pixel, step by step: saturation, the contrast curve, the mode, the opacity mix with
-// white folded into the weights.
-template <class Mode> std::vector<float> FlatFiltered(const float* in, int32_t planes, const FilterCall& call, int32_t depth)
+// A flat filter is a layer of its colour blended over the picture in its mode at its opacity; the colour
+// is held exactly by every depth.
+TEST(PhotoFilter, FlatColourIsALayerBlendedInItsMode)
 {
-    std::vector<float> out(in, in + planes);
-    float b[3], r[3];
-    for (int32_t c = 0; c < 3; ++c)
-        b[c] = UnitOf(in[c], depth);
-    if (call.saturation != 0.0f)
-        KXEffectsSaturatePixel(b, call.saturation);
-    const float k = call.contrast;
-    for (float& p : b)
-        p = p * ((p * (-2.0f * k) + 3.0f * k) * p + (1.0f - k));
-    Mode::Pixel(b, call.colour1.data(), r);
-    const float white = WhiteOf(depth);
-    for (int32_t c = 0; c < 3; ++c)
-        out[size_t(c)] = StoredOf(r[c] * (call.opacity1 * white) + b[c] * ((1.0f - call.opacity1) * white), depth, true);
-    return out;
-}
-
-template <class Fn, class... Modes> void ForEachMode(BlendModeList<Modes...>, Fn&& fn)
-{
-    (fn(BlendModeTag<Modes>{}), ...);
-}
-
-TEST(PhotoFilter, FlatColourInEveryModeDepthAndSaturationKernel)
-{
-    ForEachImageKind([](int32_t depth, bool lockable) {
-        TestImage source(kBounds, depth, 4, 1, lockable);
-        source.FillRandom(31);
-        const std::vector<float> in = source.Samples();
-        ForEachMode(AllBlendModes{}, [&](auto tag) {
-            using Mode = typename decltype(tag)::Type;
-            for (float saturation : {0.0f, 0.5f}) {
-                SCOPED_TRACE(CaseName(depth, lockable) + " mode " + std::to_string(Mode::kCode) + " saturation " +
-                             std::to_string(saturation));
-                const FilterCall call{.saturation = saturation, .contrast = 0.3f, .mode = Mode::kCode,
-                                      .colour1 = {0.8f, 0.3f, 0.1f}, .opacity1 = 0.7f};
-                TestImage destination(kBounds, depth, 4, 1, !lockable);
-                destination.FillRandom(32);
-                const std::vector<float> before = destination.Samples();
-                ASSERT_EQ(Filter(source, destination, kRect, call), kKXNoErr);
-                const std::vector<float> out = destination.Samples();
-                for (int32_t i = 0; i < kBounds.width * kBounds.height; ++i) {
-                    const auto at = out.begin() + i * 4;
-                    const std::vector<float> expected =
-                        i % kBounds.width == 0 ? std::vector<float>(before.begin() + i * 4, before.begin() + i * 4 + 4)
-                                               : FlatFiltered<Mode>(&in[size_t(i * 4)], 4, call, depth);
-                    EXPECT_EQ(std::vector<float>(at, at + 4), expected) << "pixel " << i;
-                }
-            }
-        });
+    ForEachImageKind([&](int32_t depth, bool lockable) {
+        const TestImage source = RandomImage(depth, lockable, 31, 3, kBounds), filtered = source.Like(!lockable);
+        TestImage layer = source.Like();
+        std::vector<float> samples;
+        for (int32_t i = 0; i < kBounds.width * kBounds.height; ++i)
+            samples.insert(samples.end(), {StoredOf(0.8f, depth), StoredOf(0.4f, depth), StoredOf(0.2f, depth)});
+        layer.SetSamples(samples);
+        for (const char* mode : kModes) {
+            SCOPED_TRACE(mode);
+            const TestImage blended = source.Like();
+            const FilterCall call = {.mode = Code(mode), .colour1 = {0.8f, 0.4f, 0.2f}, .opacity1 = 0.6f};
+            ASSERT_EQ(Filter(source, filtered, kBounds, call), kKXNoErr);
+            ASSERT_EQ(KXEffectsBlendImagesWithOpacitiesAndMasks(layer, 0.6f, nullptr, source, 1, nullptr, blended,
+                                                                &kBounds, Code(mode)),
+                      kKXNoErr);
+            ExpectSameImage(filtered, blended, depth == 32 ? 2e-6f : 1.0f);
+        }
     });
 }
 
@@ -105,6 +73,8 @@ double Weight(const FilterCall& call, int32_t x, int32_t y)
     return std::clamp(t, 0.0, 1.0);
 }
 
+// Black under "norm": the result is the colour times the opacity, each going from the first to the second
+// (gray 0.5, opacity 0.5) with t.
 TEST(PhotoFilter, GradientKindsWeighColourAndOpacity)
 {
     const FilterCall linear{.kind = 1, .angleOrRadius = 30.0f, .lengthOrFeather = 3.0f, .opacity2 = 0.5f};
@@ -112,106 +82,53 @@ TEST(PhotoFilter, GradientKindsWeighColourAndOpacity)
     ForEachImageKind([&](int32_t depth, bool lockable) {
         for (FilterCall call : {linear, radial})
             for (int32_t colours = 1; colours <= 2; ++colours) {
-                call.kind += colours - 1;
+                call.kind += colours - 1; // kinds 2 and 4 go to a second colour, gray 0.5
                 call.colour2 = {0.5f, 0.5f, 0.5f};
-                SCOPED_TRACE(CaseName(depth, lockable) + " kind " + std::to_string(call.kind));
-                // Black under "norm": the result is the colour times the opacity.
+                SCOPED_TRACE("kind " + std::to_string(call.kind));
                 TestImage image(kBounds, depth, 3, 0, lockable);
                 KXImageFill(image, 0.0f);
                 ASSERT_EQ(Filter(image, image, kBounds, call), kKXNoErr);
-                for (int32_t y = kBounds.y; y < kBounds.y + kBounds.height; ++y)
-                    for (int32_t x = kBounds.x; x < kBounds.x + kBounds.width; ++x) {
-                        const double t = Weight(call, x, y);
-                        const double value = colours == 1 ? t : (t + (1 - t) * 0.5) * (t + (1 - t) * 0.5);
-                        EXPECT_NEAR(image.At(x, y, 1), value * WhiteOf(depth), depth == 32 ? 1e-5 : 1.0)
-                            << "x " << x << " y " << y;
-                    }
+                ExpectRegion(image, kBounds, depth == 32 ? 1e-5f : 1.0f, [&](int32_t x, int32_t y, int32_t) {
+                    const double t = Weight(call, x, y), mix = t + (1 - t) * 0.5;
+                    return float((colours == 1 ? t : mix * mix) * WhiteOf(depth));
+                });
             }
     });
 }
 
-struct KnownCase {
-    const char* name;
-    FilterCall call;
-    std::array<float, 4> pixel;
-    std::array<float, 3> expected;
-};
-
-TEST(PhotoFilter, KnownPixelsKeepAlpha)
+// Saturation comes first, then the contrast curve p - k p (1 - p) (1 - 2p), here at k = 1; alpha stays.
+TEST(PhotoFilter, SaturationAndContrastComeBeforeTheColour)
 {
-    const KnownCase cases[] = {
-        {"norm at full opacity replaces the colour", {.colour1 = {0.8f, 0.4f, 0.2f}}, {0.2f, 0.4f, 0.6f, 0.6f},
-         {0.8f, 0.4f, 0.2f}},
-        {"contrast 1 is p^2 (3 - 2p)", {.contrast = 1, .opacity1 = 0}, {0.25f, 0.5f, 0.75f, 1},
-         {0.15625f, 0.5f, 0.84375f}},
-        {"saturation first", {.saturation = 1, .opacity1 = 0}, {0.5f, 0.25f, 0.25f, 0.2f}, {0.5f, 0, 0}},
-        {"multiply at half opacity", {.mode = FourCharCode("mul "), .colour1 = {0.5f, 0.5f, 1}, .opacity1 = 0.5f},
-         {0.5f, 1, 0.25f, 1}, {0.375f, 0.75f, 0.25f}},
-        {"colour over the backdrop", {.mode = FourCharCode("colr"), .colour1 = {1, 0, 0}},
-         {0.4f, 0.4f, 0.4f, 1}, {1, 1 - 0.6f / 0.701f, 1 - 0.6f / 0.701f}},
+    const std::tuple<FilterCall, std::array<float, 4>, std::array<float, 3>> cases[] = {
+        {{.contrast = 1, .opacity1 = 0}, {0.25f, 0.5f, 0.75f, 1}, {0.15625f, 0.5f, 0.84375f}},
+        {{.saturation = 1, .opacity1 = 0}, {0.5f, 0.25f, 0.25f, 0.2f}, {0.5f, 0, 0}},
     };
     ForEachImageKind([&](int32_t depth, bool lockable) {
-        const float white = WhiteOf(depth), step = depth == 32 ? 1e-6f : 1.0f;
-        for (const KnownCase& test : cases) {
-            SCOPED_TRACE(CaseName(depth, lockable, test.name));
+        for (const auto& [call, pixel, expected] : cases) {
             TestImage image(kBounds, depth, 4, 1, lockable);
-            std::vector<float> pixel;
-            for (float unit : test.pixel)
-                pixel.push_back(depth == 32 ? unit : std::round(unit * white));
-            image.Set(0, 4, pixel);
-            ASSERT_EQ(Filter(image, image, KXRectMake(0, 4, 1, 1), test.call), kKXNoErr);
+            std::vector<float> stored;
+            for (float unit : pixel)
+                stored.push_back(StoredOf(unit, depth));
+            image.Set(0, 4, stored);
+            ASSERT_EQ(Filter(image, image, KXRectMake(0, 4, 1, 1), call), kKXNoErr);
             for (int32_t c = 0; c < 3; ++c)
-                EXPECT_NEAR(image.At(0, 4, c), test.expected[size_t(c)] * white, step) << c;
-            EXPECT_EQ(image.At(0, 4, 3), pixel[3]);
+                EXPECT_NEAR(image.At(0, 4, c), expected[size_t(c)] * WhiteOf(depth), depth == 32 ? 1e-6f : 1.0f) << c;
+            EXPECT_EQ(image.At(0, 4, 3), stored[3]);
         }
     });
 }
 
-TEST(PhotoFilter, ZeroFeatherSplitsAtTheCircle)
+// A gray image is refused before the mode is read; unknown or reversed modes, kinds outside 0..4 and a
+// missing colour are bad parameters.
+TEST(PhotoFilter, Rejections)
 {
-    for (bool lockable : kLockable) {
-        TestImage image(kBounds, 32, 3, 0, lockable);
-        KXImageFill(image, 0.0f);
-        const FilterCall call{.kind = 3, .centre = {2.0f, 4.0f}, .angleOrRadius = 2.0f, .lengthOrFeather = 0.0f};
-        ASSERT_EQ(Filter(image, image, kBounds, call), kKXNoErr);
-        for (int32_t x = kBounds.x; x < kBounds.x + kBounds.width; ++x) {
-            const float value = image.At(x, 4, 0);
-            if (x == 0 || x == 4)
-                EXPECT_TRUE(std::isnan(value)) << x; // 0 x infinity on the circle, passed through by the clamp
-            else
-                EXPECT_EQ(value, std::abs(x - 2) > 2 ? 1.0f : 0.0f) << x;
-        }
-    }
-}
-
-TEST(PhotoFilter, RejectionsInTheirOrder)
-{
-    TestImage rgb(kBounds, 8, 3, 0), gray(kBounds, 8, 1, 0);
-    rgb.FillRandom(4);
-    const std::vector<float> before = rgb.Samples();
-    const FilterCall normal;
-    FilterCall unknownMode, reversed, badKind;
-    unknownMode.mode = FourCharCode("none");
-    reversed.mode = KXEffectsGetReverseBlendMode(normal.mode);
-    badKind.kind = 5;
-    EXPECT_EQ(Filter(gray, gray, kBounds, unknownMode), kKXErrUnsupported);
-    EXPECT_EQ(Filter(rgb, rgb, kBounds, unknownMode), kKXErrBadParam);
-    EXPECT_EQ(Filter(rgb, rgb, kBounds, reversed), kKXErrBadParam);
-    EXPECT_EQ(Filter(rgb, rgb, kBounds, badKind), kKXErrBadParam);
-    badKind.kind = -1;
-    EXPECT_EQ(Filter(rgb, rgb, kBounds, badKind), kKXErrBadParam);
-    const float* none = nullptr;
-    EXPECT_EQ(KXEffectsPhotoFilter(rgb, rgb, &kBounds, 0, 0.0f, 0.0f, normal.mode, normal.centre, 0.0, 1.0, none, 1.0,
-                                   none, 0.0),
+    const TestImage rgb = RandomImage(8, true, 4, 3, kBounds), gray(kBounds, 8, 1, 0);
+    EXPECT_EQ(Filter(gray, gray, kBounds, {.mode = Code("none")}), kKXErrUnsupported);
+    for (const FilterCall& call : {FilterCall{.mode = Code("none")}, FilterCall{.mode = Code("Norm")}, {.kind = 5}})
+        EXPECT_EQ(Filter(rgb, rgb, kBounds, call), kKXErrBadParam);
+    EXPECT_EQ(KXEffectsPhotoFilter(rgb, rgb, &kBounds, 0, 0, 0, Code("norm"), KXEffectsFloatPoint{}, 0.0, 1.0, nullptr,
+                                   1.0, nullptr, 0.0),
               kKXErrBadParam);
-    EXPECT_EQ(KXEffectsPhotoFilter(rgb, rgb, &kBounds, 4, 0.0f, 0.0f, normal.mode, normal.centre, 0.0, 1.0,
-                                   normal.colour1.data(), 1.0, none, 0.0),
-              kKXErrBadParam);
-    EXPECT_EQ(rgb.Samples(), before);
-    // One colour needs no second.
-    EXPECT_EQ(KXEffectsPhotoFilter(rgb, rgb, &kBounds, 1, 0.0f, 0.0f, normal.mode, normal.centre, 0.0, 1.0,
-                                   normal.colour1.data(), 1.0, none, 0.0),
-              kKXNoErr);
 }
 
 } // namespace
