@@ -149,6 +149,23 @@ TEST(KxfxTool, CopyKeepsEverySampleAndAlpha)
     }
 }
 
+// A selection narrows the white mask it starts from; an open band leaves it white at every depth.
+TEST(KxfxTool, SelectionsStartFromWhite)
+{
+    for (const FileCase& file : kFileCases) {
+        if (CV_MAT_CN(file.type) != 3)
+            continue;
+        SCOPED_TRACE(file.name);
+        const std::string input = TempPath(std::string("in_") + file.name);
+        const std::string output = TempPath(std::string("mask_") + file.name);
+        WriteExact(input, RandomMat(file.type, 3, 0.0, file.white));
+        const Outcome outcome = RunKxfx("select-luminosity " + input + " " + output);
+        ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
+        const cv::Mat mask = cv::imread(output, cv::IMREAD_UNCHANGED);
+        ExpectSameMat(cv::Mat(mask.size(), CV_MAKETYPE(CV_MAT_DEPTH(file.type), 1), cv::Scalar(file.white)), mask);
+    }
+}
+
 TEST(KxfxTool, RoundsDeepResultsIntoShallowFormats)
 {
     // Float to PNG: 16-bit, rounded, clamped to 0..1 after the inversion.
