@@ -2,7 +2,7 @@
 # Installs the Debian packages that build, test and run KXEffects.
 set -euo pipefail
 packages=(cmake g++ make pkg-config python3 googletest libgtest-dev libbenchmark-dev libopencv-dev liblcms2-dev
-          ocl-icd-libopencl1 opencl-headers pocl-opencl-icd)
+          ocl-icd-libopencl1 opencl-headers pocl-opencl-icd chromium)
 missing=()
 for package in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' || missing+=("$package")
