@@ -89,21 +89,18 @@ ImageHandle EffectCall::WhiteMask() const
     return handle;
 }
 
-void EffectCall::Prepare(const KXRect& rect, ImageHandle start)
+void EffectCall::Prepare(const KXRect& rect)
 {
     m_rect = rect;
     for (size_t index = 0; index < m_entry.argCount; ++index) {
         switch (m_entry.args[index].kind) {
         case ArgKind::Destination:
-            m_result = start ? start : CopyOfFirst();
+        case ArgKind::InPlace:
+            m_result = CopyOfFirst();
             m_values.Set(index, m_result.get());
             break;
         case ArgKind::MaskDestination:
-            m_result = start ? start : WhiteMask();
-            m_values.Set(index, m_result.get());
-            break;
-        case ArgKind::InPlace:
-            m_result = CopyOfFirst();
+            m_result = WhiteMask();
             m_values.Set(index, m_result.get());
             break;
         case ArgKind::ExtraDestination:

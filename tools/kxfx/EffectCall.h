@@ -35,10 +35,10 @@ class EffectCall
     // Colour planes of the first input, which the curve settings need.
     int32_t ColourPlanes() const;
 
-    // Makes the destinations, the room for the outputs and points the rectangle at rect. The destination
-    // starts as start where given, else as a copy of the first input (a white plane for a mask); an image
+    // Makes the destinations, the room for the outputs and points the rectangle at rect. A destination
+    // starts as a copy of the first input (a white plane for a mask), and so keeps it outside rect; an image
     // worked in place is copied first.
-    void Prepare(const KXRect& rect, ImageHandle start = nullptr);
+    void Prepare(const KXRect& rect);
     // The status, returned or thrown.
     int32_t Invoke();
 
