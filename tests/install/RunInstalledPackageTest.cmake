@@ -1,6 +1,7 @@
 # Installs the built project into a fresh prefix, then builds and runs programs outside the tree against
 # it: a CMake project through find_package, and a C file through the flags of pkg-config.
-# Takes SOURCE_DIR, BINARY_DIR, WORK_DIR, BUILD_TYPE and SANITIZE.
+# Takes SOURCE_DIR, BINARY_DIR, WORK_DIR, BUILD_TYPE and SANITIZE; where PYTHON_MODULE is true, PYTHON imports
+# the installed module.
 cmake_minimum_required(VERSION 3.20)
 
 foreach(variable SOURCE_DIR BINARY_DIR WORK_DIR BUILD_TYPE)
@@ -59,3 +60,13 @@ find_program(c_compiler NAMES cc gcc clang REQUIRED)
 run_step("compile with the pkg-config flags" ${c_compiler} -std=c11 ${sanitize_flags} ${consumer_source}/pkgconfig.c
   ${pc_flags} -o ${WORK_DIR}/pkgconfig_consumer)
 run_step("run the pkg-config consumer" ${run_env} ${WORK_DIR}/pkgconfig_consumer)
+
+# ---- Python module ----
+# Beside the library, which it finds there without LD_LIBRARY_PATH.
+if(PYTHON_MODULE)
+  run_step("import the installed module" ${CMAKE_COMMAND} -E env PYTHONPATH=${lib_dir} ${PYTHON} -c
+    "import kxeffects, numpy\nprint(kxeffects.invert(numpy.zeros((2, 3), numpy.uint16))[1, 2])")
+  if(NOT step_output MATCHES "^65535")
+    message(FATAL_ERROR "the installed module inverted 0 to ${step_output}")
+  endif()
+endif()
