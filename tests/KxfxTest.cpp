@@ -1,8 +1,10 @@
 // The kxfx tool: files in and out at every depth through the built executable, one-line failures, and
 // its parts (setting kinds, image files, progress bar, library statuses) driven directly.
 #include "EffectRunner.h"
+#include "Gallery.h"
 #include "ImageFile.h"
 #include "KXEffects.h"
+#include "KXEffectsRegistry.h"
 #include "Progress.h"
 #include "Settings.h"
 #include "Status.h"
@@ -127,6 +129,23 @@ TEST(KxfxTool, InvertsFilesOfEveryDepthExactly)
         const cv::Rect inside(2, 3, source.cols - 2, 4);
         Inverted(source(inside), file.white).copyTo(expected(inside));
         ExpectSameMat(expected, cv::imread(output, cv::IMREAD_UNCHANGED));
+    }
+}
+
+// A selection narrows the white mask it starts from; an open band leaves it white at every depth.
+TEST(KxfxTool, SelectionsStartFromWhite)
+{
+    for (const FileCase& file : kFileCases) {
+        if (CV_MAT_CN(file.type) != 3)
+            continue;
+        SCOPED_TRACE(file.name);
+        const std::string input = TempPath(std::string("in_") + file.name);
+        const std::string output = TempPath(std::string("mask_") + file.name);
+        WriteExact(input, RandomMat(file.type, 3, 0.0, file.white));
+        const Outcome outcome = RunKxfx("select-luminosity " + input + " " + output);
+        ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
+        const cv::Mat mask = cv::imread(output, cv::IMREAD_UNCHANGED);
+        ExpectSameMat(cv::Mat(mask.size(), CV_MAKETYPE(CV_MAT_DEPTH(file.type), 1), cv::Scalar(file.white)), mask);
     }
 }
 
@@ -506,6 +525,78 @@ TEST(KxfxTool, EveryEffectRunsAtItsSampleSettings)
         EXPECT_EQ(std::filesystem::exists(output), makesImage);
         EXPECT_EQ(outcome.out.empty(), !entry.Has(ArgKind::Out) && !entry.Has(ArgKind::OutRect)) << outcome.out;
     }
+}
+
+std::string SamplePhoto()
+{
+    return std::string(KXFX_SAMPLES) + "/coffee.png";
+}
+
+size_t CountOf(const std::string& text, const std::string& part)
+{
+    size_t count = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+        ++count;
+    return count;
+}
+
+TEST(KxfxGallery, BadOptionsFailWithOneLineAndNoPage)
+{
+    const std::string folder = TempPath("gallery");
+    const std::vector<std::string> badOptions = {"--size 0", "--size 2x", "--colour 1", "--rect 0,0,4,4",
+                                                 "--mask " + folder + "-none.png"};
+    for (const std::string& options : badOptions) {
+        SCOPED_TRACE(options);
+        std::filesystem::remove_all(folder);
+        const Outcome outcome = RunKxfx("gallery " + SamplePhoto() + " " + folder + " " + options);
+        EXPECT_EQ(outcome.exitCode, 1);
+        EXPECT_EQ(CountOf(outcome.err, "\n"), 1u) << outcome.err;
+        EXPECT_FALSE(std::filesystem::exists(folder + "/index.html"));
+    }
+    EXPECT_EQ(RunKxfx("gallery " + SamplePhoto()).exitCode, 1);
+}
+
+// A tile per effect, and the numbers of an analysis as kxfx prints them for the same input.
+TEST(KxfxGallery, TilesShowEveryEffectAndTheNumbersKxfxPrints)
+{
+    const std::string folder = TempPath("gallery");
+    std::filesystem::remove_all(folder);
+    const Outcome gallery = RunKxfx("gallery " + SamplePhoto() + " " + folder + " --size 48");
+    ASSERT_EQ(gallery.exitCode, 0) << gallery.err;
+    EXPECT_EQ(gallery.out,
+              "gallery of " + std::to_string(std::size(kEffectRegistry)) + " effects: " + folder + "/index.html\n");
+    const std::string page = ReadText(folder + "/index.html");
+    EXPECT_EQ(CountOf(page, "<article class=\"tile\""), std::size(kEffectRegistry));
+    EXPECT_EQ(CountOf(page, "class=\"failure\""), 0u);
+    const std::pair<std::string, std::string> analyses[] = {
+        {"analyze-image", "input"}, {"auto-tone", "input"}, {"find-mask-bounds", "mask"}};
+    for (const auto& [effect, input] : analyses) {
+        SCOPED_TRACE(effect);
+        const Outcome printed = RunKxfx(effect + " " + folder + "/full/" + input + ".png");
+        ASSERT_EQ(printed.exitCode, 0) << printed.err;
+        std::istringstream lines(printed.out);
+        for (std::string line; std::getline(lines, line);)
+            EXPECT_NE(page.find(line), std::string::npos) << line;
+    }
+}
+
+TEST(KxfxGallery, PageEscapesTextAndShowsFailures)
+{
+    GalleryTile tile;
+    tile.entry = &kEffectRegistry[0];
+    tile.settings = {{"curves", "0,0;1,1", ""}, {"LOWER", "<b>.png", "second"}};
+    tile.figures = {{"before", "input"}};
+    tile.numbers = "x: 1 & 2\n";
+    tile.failure = "failed with status 1005 (bad parameter)";
+    const GalleryFacts facts{"a<b>.png", 60, 40, 8, 60, 40, {tile}};
+    const std::string path = TempPath("page.html");
+    WriteGalleryPage(path, facts);
+    const std::string page = ReadText(path);
+    for (const char* part : {"a&lt;b&gt;.png", "x: 1 &amp; 2", "<a href=\"full/second.png\">&lt;b&gt;.png</a>",
+                             "<p class=\"failure\">failed with status 1005 (bad parameter)</p>",
+                             "<img src=\"thumbs/input.png\" width=\"60\" height=\"40\""})
+        EXPECT_NE(page.find(part), std::string::npos) << part;
+    EXPECT_EQ(page.find("<b>"), std::string::npos);
 }
 
 } // namespace

@@ -1,7 +1,8 @@
 # Installs the built project into a fresh prefix, then builds and runs programs outside the tree against
-# it: a CMake project through find_package, and a C file through the flags of pkg-config; and runs the
-# installed kxfx (when TOOL_BINDIR, its directory under the prefix, is given) with no library path.
-# Takes SOURCE_DIR, BINARY_DIR, WORK_DIR, BUILD_TYPE, SANITIZE and TOOL_BINDIR.
+# it: a CMake project through find_package, and a C file through the flags of pkg-config; runs the
+# installed kxfx (when TOOL_BINDIR, its directory under the prefix, is given) with no library path; and,
+# where PYTHON_MODULE is true, PYTHON imports the installed module.
+# Takes SOURCE_DIR, BINARY_DIR, WORK_DIR, BUILD_TYPE, SANITIZE, TOOL_BINDIR, PYTHON_MODULE and PYTHON.
 cmake_minimum_required(VERSION 3.20)
 
 foreach(variable SOURCE_DIR BINARY_DIR WORK_DIR BUILD_TYPE)
@@ -74,5 +75,15 @@ if(TOOL_BINDIR)
   run_step("kxfx invert" ${bare_env} ${kxfx} invert ${SOURCE_DIR}/samples/coffee.png ${inverted})
   if(NOT EXISTS ${inverted})
     message(FATAL_ERROR "kxfx invert wrote no ${inverted}")
+  endif()
+endif()
+
+# ---- Python module ----
+# Beside the library, which it finds there without LD_LIBRARY_PATH.
+if(PYTHON_MODULE)
+  run_step("import the installed module" ${CMAKE_COMMAND} -E env PYTHONPATH=${lib_dir} ${PYTHON} -c
+    "import kxeffects, numpy\nprint(kxeffects.invert(numpy.zeros((2, 3), numpy.uint16))[1, 2])")
+  if(NOT step_output MATCHES "^65535")
+    message(FATAL_ERROR "the installed module inverted 0 to ${step_output}")
   endif()
 endif()

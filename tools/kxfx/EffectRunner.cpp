@@ -108,7 +108,7 @@ class CallImages
                                                  KXDataSourceMemory, &mask),
                         "cannot make a mask image");
         const ImageHandle handle = Keep(AdoptImage(mask));
-        KXImageFill(mask, 1.0f);
+        KXImageFill(mask, WhiteSample(KXImageGetDepth(image)));
         return handle;
     }
     CFArrayRef Array(const std::vector<KXImage*>& images)

@@ -12,6 +12,8 @@ constexpr const char* kUsage = R"(usage: kxfx EFFECT INPUT... OUTPUT [--rect x,y
        kxfx list           every effect with its settings and their neutral values
        kxfx help EFFECT    the files and settings of one effect
        kxfx color R,G,B    one colour through each colour model conversion, and its six hue components
+       kxfx gallery INPUT FOLDER [--size WIDTH] [--second FILE] [--mask FILE] [--grain FILE]
+                           every effect on INPUT at its representative settings: images and FOLDER/index.html
        kxfx --help         this text
 
 Runs EFFECT on INPUT over the rectangle (default: the whole image) and writes OUTPUT, which keeps INPUT
@@ -31,6 +33,12 @@ file; curve x,y;x,y;... or a file of numbers, 256 a channel, or one channel of a
 kxfx color prints each conversion of the three numbers on a line: hsv, hsl and ycbcr read them as RGB, the
 "rgb from" lines as HSV, HSL or YCbCr (the result limited to 0..1 for YCbCr). Then the hue components of
 the RGB colour over its gray: red, yellow, green, cyan, blue and magenta.
+
+kxfx gallery works at WIDTH (the height kept in proportion) when given. Effects that take a second image,
+a mask or a grain get FILE, by default INPUT's neighbours STEM-second.png, STEM-mask.png and grain.png
+(samples/ holds them for coffee.png), brought to the size of INPUT; a grain tile keeps its size. The page
+shows a tile per effect, grouped by family: its settings, the time of the call, the input and the result,
+or the numbers it gives. It exits with 1 when an effect fails, after writing the page.
 
   --verbose   adds the library's last logged event to a failure
   --progress  draws a progress bar on standard error even when it is not a terminal

@@ -7,6 +7,7 @@
 #include <opencv2/core.hpp>
 #include <opencv2/core/utils/logger.hpp>
 #include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
 
 #include <algorithm>
 #include <cctype>
@@ -168,6 +169,13 @@ ImageHandle ReadImageFile(const std::string& path, int32_t depth)
         throw ToolError("cannot read " + Quoted(path) + ": more than four channels");
     const int32_t target = depth != 0 ? depth : fileDepth;
     return ImageFromMat(SwapRedBlue(ConvertDepth(mat, fileDepth, target)), target);
+}
+
+ImageHandle ResizeImage(KXImage* image, int32_t width, int32_t height)
+{
+    cv::Mat resized;
+    cv::resize(MatFromImage(image), resized, cv::Size(width, height), 0.0, 0.0, cv::INTER_AREA);
+    return ImageFromMat(resized, KXImageGetDepth(image));
 }
 
 void CheckOutputName(const std::string& path)

@@ -13,6 +13,9 @@ void QuietImageCodecs();
 // it, white staying white; 0 keeps the depth of the file.
 ImageHandle ReadImageFile(const std::string& path, int32_t depth = 0);
 
+// A copy of the image at width x height, resampled by pixel area, with bounds at (0, 0).
+ImageHandle ResizeImage(KXImage* image, int32_t width, int32_t height);
+
 // Fails unless the name ends in an extension that kxfx writes: .png, .tif, .tiff, .jpg or .jpeg.
 void CheckOutputName(const std::string& path);
 

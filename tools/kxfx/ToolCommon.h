@@ -20,6 +20,12 @@ struct ImageReleaser {
 // Shared so that a parsed setting can hold an image and still be copied with the other values.
 using ImageHandle = std::shared_ptr<KXImage>;
 
+// White in the sample scale of a depth, which KXImageFill takes.
+inline float WhiteSample(int32_t depth)
+{
+    return depth == 8 ? 255.0f : depth == 16 ? 65535.0f : 1.0f;
+}
+
 inline ImageHandle AdoptImage(KXImage* image)
 {
     return ImageHandle(image, ImageReleaser());

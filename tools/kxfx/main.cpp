@@ -1,6 +1,7 @@
 // kxfx: runs one effect of the KXEffects library on an image file.
 #include "CommandLine.h"
 #include "EffectRunner.h"
+#include "Gallery.h"
 #include "Help.h"
 #include "Settings.h"
 #include "ImageFile.h"
@@ -73,6 +74,8 @@ int Run(std::span<const std::string> words)
     }
     if (first == "color")
         return PrintColour(words);
+    if (first == "gallery")
+        return RunGallery(ParseCommandLine(words));
     RunEffect(RequireEffect(first), ParseCommandLine(words));
     return 0;
 }
