@@ -20,8 +20,9 @@ struct BenchImage {
                int32_t height = kBenchHeight)
     {
         const KXRect bounds = KXRectMake(0, 0, width, height);
-        KXImageCreateWithParams2(&bounds, depth, planes, planes - transparency == 1 ? KXColorSpaceGray : KXColorSpaceRGB,
-                                 transparency, KXDataSourceMemory, &image);
+        KXImageCreateWithParams2(&bounds, depth, planes,
+                                 planes - transparency == 1 ? KXColorSpaceGray : KXColorSpaceRGB, transparency,
+                                 KXDataSourceMemory, &image);
         const int32_t type = CV_MAKETYPE(depth == 8 ? CV_8U : depth == 16 ? CV_16U : CV_32F, planes);
         pixels = cv::Mat(height, width, type, KXImageLockBuffer(image), size_t(KXImageGetRowBytes(image)));
         const double white = depth == 8 ? 255.0 : depth == 16 ? 65535.0 : 1.0;

@@ -40,7 +40,8 @@ private:
         KXImageCreateWithParams2(&bounds, depth, 4, KXColorSpaceRGB, 1, KXDataSourceMemory, &destination);
         in = cv::Mat(kHeight, kWidth, type, KXImageLockBuffer(source), size_t(KXImageGetRowBytes(source)));
         out = cv::Mat(kHeight, kWidth, type, KXImageLockBuffer(destination), size_t(KXImageGetRowBytes(destination)));
-        cv::RNG(uint64_t(depth)).fill(in, cv::RNG::UNIFORM, cv::Scalar::all(0), cv::Scalar::all(depth == 8 ? 256 : 65536));
+        cv::RNG(uint64_t(depth))
+            .fill(in, cv::RNG::UNIFORM, cv::Scalar::all(0), cv::Scalar::all(depth == 8 ? 256 : 65536));
     }
 };
 
@@ -55,7 +56,8 @@ void Register(const std::string& name, int32_t depth, BlurCall blur)
             blur(images);
             benchmark::ClobberMemory();
         }
-        state.counters["MP/s"] = benchmark::Counter(kMegapixels * double(state.iterations()), benchmark::Counter::kIsRate);
+        state.counters["MP/s"] =
+            benchmark::Counter(kMegapixels * double(state.iterations()), benchmark::Counter::kIsRate);
     })->Unit(benchmark::kMillisecond);
 }
 

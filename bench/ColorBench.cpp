@@ -28,7 +28,8 @@ void ConvertKX(benchmark::State& state, int32_t conversion)
     ColorImages& images = ColorImages::Get();
     const KXRect rect = images.source.Bounds();
     for (auto _ : state)
-        benchmark::DoNotOptimize(KXEffectsConvertImageMode(images.source.image, images.destination.image, &rect, conversion));
+        benchmark::DoNotOptimize(
+            KXEffectsConvertImageMode(images.source.image, images.destination.image, &rect, conversion));
     CountMegapixels(state, images.source.Megapixels());
 }
 
@@ -53,10 +54,14 @@ void CopyBytes(benchmark::State& state)
 }
 
 BENCHMARK_CAPTURE(ConvertKX, hsv, 0)->Name("Color/rgb-to-hsv/kx")->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(ConvertOpenCV, hsv, cv::COLOR_RGB2HSV_FULL)->Name("Color/rgb-to-hsv/opencv")->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(ConvertOpenCV, hsv, cv::COLOR_RGB2HSV_FULL)
+    ->Name("Color/rgb-to-hsv/opencv")
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(CopyBytes)->Name("Color/rgb-to-hsv/memcpy")->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(ConvertKX, ycc, 4)->Name("Color/rgb-to-ycbcr/kx")->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(ConvertOpenCV, ycc, cv::COLOR_RGB2YCrCb)->Name("Color/rgb-to-ycbcr/opencv")->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(ConvertOpenCV, ycc, cv::COLOR_RGB2YCrCb)
+    ->Name("Color/rgb-to-ycbcr/opencv")
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(CopyBytes)->Name("Color/rgb-to-ycbcr/memcpy")->Unit(benchmark::kMillisecond);
 
 } // namespace

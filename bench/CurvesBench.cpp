@@ -76,7 +76,8 @@ void CurvesOpenCV(benchmark::State& state)
     const std::vector<float> curves = GammaCurves();
     cv::Mat lut(1, 256, CV_8UC4);
     for (int32_t i = 0; i < 256; ++i)
-        lut.at<cv::Vec4b>(0, i) = cv::Vec4b(uint8_t(curves[i] * 255.0f + 0.5f), uint8_t(curves[256 + i] * 255.0f + 0.5f),
+        lut.at<cv::Vec4b>(0, i) = cv::Vec4b(uint8_t(curves[i] * 255.0f + 0.5f),
+                                            uint8_t(curves[256 + i] * 255.0f + 0.5f),
                                             uint8_t(curves[512 + i] * 255.0f + 0.5f), uint8_t(i));
     const cv::Mat in(kHeight, kWidth, CV_8UC4, source.Pixels(), size_t(source.RowBytes()));
     cv::Mat out(kHeight, kWidth, CV_8UC4, destination.Pixels(), size_t(destination.RowBytes()));

@@ -68,17 +68,20 @@ using FilterCall = std::function<void(FilterImages& images, const KXRect& rect)>
 
 void Register(const std::string& name, int32_t depth, bool small, FilterCall filter)
 {
-    benchmark::RegisterBenchmark(name.c_str(), [depth, small, filter](benchmark::State& state) {
-        cv::setNumThreads(1);
-        FilterImages& images = FilterImages::Of(depth, small);
-        const KXRect rect = KXRectMake(0, 0, images.width, images.height);
-        for (auto _ : state) {
-            filter(images, rect);
-            benchmark::ClobberMemory();
-        }
-        state.counters["MP/s"] =
-            benchmark::Counter(images.Megapixels() * double(state.iterations()), benchmark::Counter::kIsRate);
-    })->Unit(benchmark::kMillisecond)->UseRealTime();
+    benchmark::RegisterBenchmark(name.c_str(),
+                                 [depth, small, filter](benchmark::State& state) {
+                                     cv::setNumThreads(1);
+                                     FilterImages& images = FilterImages::Of(depth, small);
+                                     const KXRect rect = KXRectMake(0, 0, images.width, images.height);
+                                     for (auto _ : state) {
+                                         filter(images, rect);
+                                         benchmark::ClobberMemory();
+                                     }
+                                     state.counters["MP/s"] = benchmark::Counter(
+                                         images.Megapixels() * double(state.iterations()), benchmark::Counter::kIsRate);
+                                 })
+        ->Unit(benchmark::kMillisecond)
+        ->UseRealTime();
 }
 
 std::string Case(const char* group, int32_t depth, int32_t radius, const char* impl)

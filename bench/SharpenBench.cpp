@@ -6,8 +6,7 @@
 
 #include <string>
 
-namespace
-{
+namespace {
 
 constexpr float kAmount = 1.5f;
 

@@ -9,9 +9,8 @@
 #include <string>
 #include <vector>
 
-class EffectFunction
-{
-  public:
+class EffectFunction {
+public:
     explicit EffectFunction(const EffectEntry& entry);
 
     // The command-line name in snake_case: box_blur.
@@ -25,7 +24,7 @@ class EffectFunction
     // kxeffects.Error, raised for a non-zero status; the module makes it once and keeps it.
     static void SetErrorType(pybind11::handle type);
 
-  private:
+private:
     enum class Role { Input, OptionalInput, Setting };
     struct Parameter {
         size_t index; // of the registry argument

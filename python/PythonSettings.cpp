@@ -98,8 +98,8 @@ void SetValue(EffectCall& call, size_t index, const py::handle& value, const std
     case ArgKind::Curves:
         if (py::isinstance<py::str>(value))
             return ParseText(call, index, value, name);
-        return values.Set(
-            index, static_cast<const float*>(arrays.emplace_back(CurveTable(value, call.ColourPlanes(), name)).data()));
+        return values.Set(index, static_cast<const float*>(
+                                     arrays.emplace_back(CurveTable(value, call.ColourPlanes(), name)).data()));
     case ArgKind::Point: {
         const auto [x, y] = value.cast<std::pair<int32_t, int32_t>>();
         return values.Set(index, KXPointMake(x, y));

@@ -53,13 +53,14 @@ TEST(ApplyEffect, MaskAndAmountWeighTheEffect)
             const Mix mix = [&](auto a, auto b, auto m, auto d) {
                 return KXEffectsApplyEffectWithMask(a, b, m, d, &kBounds, amount);
             };
-            ExpectPixelEffect(Mixing(mix, masked),
-                              [&](const float* a, float* out) {
-                                  const float w = masked ? Luma(a) - 127.0f / 255.0f + amount / 2.0f : amount / 2.0f;
-                                  for (int c = 0; c < 3; ++c)
-                                      out[c] = Clamp01((1.0f - w) * a[c] + w * (1.0f - a[c]));
-                              },
-                              1.0f, 1e-6f);
+            ExpectPixelEffect(
+                Mixing(mix, masked),
+                [&](const float* a, float* out) {
+                    const float w = masked ? Luma(a) - 127.0f / 255.0f + amount / 2.0f : amount / 2.0f;
+                    for (int c = 0; c < 3; ++c)
+                        out[c] = Clamp01((1.0f - w) * a[c] + w * (1.0f - a[c]));
+                },
+                1.0f, 1e-6f);
         }
     // A 16-bit mask of 32767 is not quite neutral: w = 32767 / 65535 - 127 / 255 = 0.00196.
     const KXRect one = KXRectMake(0, 0, 1, 1);
@@ -79,25 +80,31 @@ TEST(ApplyEffect, ZonesMixByHueAndShapeTheLuma)
     const float brightnessZones[6] = {0.4f, 0.0f, 0.0f, -0.3f, 0.0f, 0.0f};
     const float midtoneZones[6] = {0.0f, 0.5f, 0.0f, 0.0f, -0.6f, 0.0f};
     for (bool masked : {false, true})
-        ExpectPixelEffect(Mixing([&](auto a, auto b, auto m, auto d) {
-            return KXEffectsApplyEffectInZones(a, b, m, d, &kBounds, effectZones, brightnessZones, midtoneZones);
-        }, masked), [&](const float* a, float* out) {
-            float parts[6], mixed[3], ycc[3], zone = 0.0f, brightness = 0.0f, midtone = 0.0f;
-            KXEffectsGetColorComponents(a, parts);
-            for (int i = 0; i < 6; ++i) {
-                zone += parts[i] * effectZones[i];
-                brightness += parts[i] * brightnessZones[i];
-                midtone += parts[i] * midtoneZones[i];
-            }
-            const float t = Clamp01(0.5f * zone + (masked ? Luma(a) : 127.0f / 255.0f));
-            for (int c = 0; c < 3; ++c)
-                mixed[c] = t * (1.0f - a[c]) + (1.0f - t) * a[c];
-            KXEffectsRGBToYCC(mixed, ycc);
-            ycc[0] = MidtoneCurveValue(BrightnessCurveValue(ycc[0], brightness), midtone);
-            KXEffectsYCCToRGB(ycc, out);
-            for (int c = 0; c < 3; ++c)
-                out[c] = Clamp01(out[c]);
-        }, 1.0f, 1e-6f);
+        ExpectPixelEffect(
+            Mixing(
+                [&](auto a, auto b, auto m, auto d) {
+                    return KXEffectsApplyEffectInZones(a, b, m, d, &kBounds, effectZones, brightnessZones,
+                                                       midtoneZones);
+                },
+                masked),
+            [&](const float* a, float* out) {
+                float parts[6], mixed[3], ycc[3], zone = 0.0f, brightness = 0.0f, midtone = 0.0f;
+                KXEffectsGetColorComponents(a, parts);
+                for (int i = 0; i < 6; ++i) {
+                    zone += parts[i] * effectZones[i];
+                    brightness += parts[i] * brightnessZones[i];
+                    midtone += parts[i] * midtoneZones[i];
+                }
+                const float t = Clamp01(0.5f * zone + (masked ? Luma(a) : 127.0f / 255.0f));
+                for (int c = 0; c < 3; ++c)
+                    mixed[c] = t * (1.0f - a[c]) + (1.0f - t) * a[c];
+                KXEffectsRGBToYCC(mixed, ycc);
+                ycc[0] = MidtoneCurveValue(BrightnessCurveValue(ycc[0], brightness), midtone);
+                KXEffectsYCCToRGB(ycc, out);
+                for (int c = 0; c < 3; ++c)
+                    out[c] = Clamp01(out[c]);
+            },
+            1.0f, 1e-6f);
     const TestImage gray(kBounds, 8, 1, 0);
     EXPECT_EQ(KXEffectsApplyEffectInZones(gray, gray, nullptr, gray, &kBounds, effectZones, brightnessZones,
                                           midtoneZones),

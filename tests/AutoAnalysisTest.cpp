@@ -37,8 +37,8 @@ TEST(AutoAnalysis, AnalyzeImageMatchesOpenCVMeanStdDev)
         for (int32_t y = 0; y < inside.height; ++y)
             for (int32_t x = 0; x < inside.width; ++x) {
                 const std::vector<float> p = image.Read(KXRectMake(x + inside.x, y + inside.y, 1, 1));
-                values.at<cv::Vec4d>(y, x) = cv::Vec4d(p[0], p[1], p[2], 0.299 * p[0] + 0.587 * p[1] + 0.114 * p[2]) /
-                                             double(WhiteOf(depth));
+                values.at<cv::Vec4d>(y, x) =
+                    cv::Vec4d(p[0], p[1], p[2], 0.299 * p[0] + 0.587 * p[1] + 0.114 * p[2]) / double(WhiteOf(depth));
                 mask.at<uint8_t>(y, x) = (x + y) % 3 != 0;
                 image.Set(x + inside.x, y + inside.y, {p[0], p[1], p[2], (x + y) % 3 ? WhiteOf(depth) : 0.0f});
             }
@@ -102,10 +102,13 @@ TEST(AutoAnalysis, AutoColorLevelsFollowTheCastOfTheGrays)
         ExpectAutoColor(MakeImage(bounds, depth, 3, 0, lockable, Cast(0, 0, 0)), gray);
         // No pixel near gray: nothing to clip; transparent pixels do not count.
         ExpectAutoColor(MakeImage(bounds, depth, 3, 0, lockable, Cast(40, 0, -40)), gray);
-        ExpectAutoColor(MakeImage(bounds, depth, 4, 1, lockable, [](int32_t i) {
-            const float v = float(i % 200);
-            return i % 2 ? std::vector<float>{v, v, v, 1} : std::vector<float>{v + 9, v, v, 0};
-        }), gray);
+        ExpectAutoColor(
+            MakeImage(bounds, depth, 4, 1, lockable,
+                      [](int32_t i) {
+                          const float v = float(i % 200);
+                          return i % 2 ? std::vector<float>{v, v, v, 1} : std::vector<float>{v + 9, v, v, 0};
+                      }),
+            gray);
     });
 }
 
@@ -155,9 +158,9 @@ TEST(AutoAnalysis, AutoToneClipsAndWalksTowardItsTargets)
             };
             const auto [status, tone] = AutoTone(MakeImage(KXRectMake(-5, 1, 100, 100), depth, 3, 0, lockable, level));
             ASSERT_EQ(status, kKXNoErr);
-            EXPECT_EQ(std::vector<float>(tone.begin(), tone.begin() + 6),
-                      (std::vector<float>{5 / 255.0f, 5 / 255.0f, 5 / 255.0f, 240 / 255.0f, 240 / 255.0f,
-                                          240 / 255.0f}));
+            EXPECT_EQ(
+                std::vector<float>(tone.begin(), tone.begin() + 6),
+                (std::vector<float>{5 / 255.0f, 5 / 255.0f, 5 / 255.0f, 240 / 255.0f, 240 / 255.0f, 240 / 255.0f}));
             EXPECT_TRUE(body < 128 ? tone[6] > 0.0f : tone[6] < 0.0f) << tone[6];
             EXPECT_TRUE(std::fabs(tone[6]) <= 1 && tone[8] >= 0 && tone[8] <= 1 && tone[9] <= 0 && tone[9] >= -1);
         }
@@ -186,8 +189,9 @@ TEST(AutoAnalysis, BlackAndWhitePointsClipEachPlaneOrTheirMean)
             EXPECT_EQ(std::vector<float>({black[0], black[2], white[1]}),
                       (std::vector<float>{7 / 255.f, 7 / 255.f, 240 / 255.f}));
             // A solid image gives the neutral points and a status.
-            const TestImage solid = MakeImage(KXRectMake(0, 0, 40, 40), depth, 3, 0, lockable,
-                                              [](int32_t) { return std::vector<float>{90, 90, 90}; });
+            const TestImage solid = MakeImage(KXRectMake(0, 0, 40, 40), depth, 3, 0, lockable, [](int32_t) {
+                return std::vector<float>{90, 90, 90};
+            });
             std::fill_n(black, 3, 0.5f);
             EXPECT_EQ(KXEffectsBlackAndWhitePointsGetPoints(solid, black, white, 0.01f, 0.01f, false), kKXErrBadInput);
             EXPECT_TRUE(black[0] == 0.0f && white[0] == 1.0f);
@@ -256,8 +260,9 @@ TEST(AutoAnalysis, EqualizeSpreadsTheHistogramOfAllColourPlanes)
     ForEachImageKind([&](int32_t depth, bool lockable) {
         // A single level goes to white, black stays black; a quarter at 60 and the rest at 180 go to 63.75 and white.
         for (const auto& [low, high, lowOut] : {std::tuple{0.0f, 37.0f, 0.0f}, std::tuple{60.0f, 180.0f, 63.75f}}) {
-            TestImage image = MakeImage(quarters, depth, 2, 1, lockable,
-                                        [&](int32_t i) { return std::vector<float>{i % 4 ? high : low, 0.0f}; });
+            TestImage image = MakeImage(quarters, depth, 2, 1, lockable, [&](int32_t i) {
+                return std::vector<float>{i % 4 ? high : low, 0.0f};
+            });
             ASSERT_EQ(KXEffectsEqualize(image, image), kKXNoErr);
             EXPECT_NEAR(image.At(2, 2, 0), LevelAt(lowOut, depth), depth == 32 ? 1e-5f : 0.5f);
             EXPECT_NEAR(image.At(3, 2, 0), LevelAt(255, depth), depth == 32 ? 1e-5f : 0.5f);

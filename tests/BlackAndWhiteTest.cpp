@@ -59,12 +59,13 @@ TEST(BlackAndWhite, GrayMixesByHueThenTakesTheContrast)
     ExpectPixelEffect(Gray(0, 0), [](const float* in, float* out) { std::fill_n(out, 3, in[0]); });
     for (const auto& [hue, contrast] : {std::pair{1.0f / 6.0f, 0.7f}, std::pair{0.55f, -0.5f}}) {
         const std::array<float, 3> w = HueColour(hue);
-        ExpectPixelEffect(Gray(hue, contrast),
-                          [&](const float* in, float* out) {
-                              const float v = (w[0] * in[0] + w[1] * in[1] + w[2] * in[2]) / (w[0] + w[1] + w[2]);
-                              std::fill_n(out, 3, MidtoneCurveValue(v, contrast));
-                          },
-                          1.0f, 2e-6f);
+        ExpectPixelEffect(
+            Gray(hue, contrast),
+            [&](const float* in, float* out) {
+                const float v = (w[0] * in[0] + w[1] * in[1] + w[2] * in[2]) / (w[0] + w[1] + w[2]);
+                std::fill_n(out, 3, MidtoneCurveValue(v, contrast));
+            },
+            1.0f, 2e-6f);
     }
 }
 
@@ -128,7 +129,7 @@ TEST(BlackAndWhite, ColorResponseAddsTheChromaOfEachColour)
                           [&](const float* in, float* out) {
                               float rgb[3], parts[6];
                               for (int32_t c = 0; c < 3; ++c)
-                                  rgb[c] = !f        ? in[c]
+                                  rgb[c] = !f             ? in[c]
                                            : in[c] > 0.5f ? 1.0f - 2.0f * (1.0f - f[c]) * (1.0f - in[c])
                                                           : 2.0f * f[c] * in[c];
                               KXEffectsGetColorComponents(rgb, parts);

@@ -19,14 +19,15 @@ float BlendPlane(uint32_t code, float b, float s)
 {
     float result[3] = {};
     const float backdrop[3] = {b, b, b}, source[3] = {s, s, s};
-    EXPECT_EQ(DispatchBlendMode(code, [&](auto tag) {
-                  using Mode = typename decltype(tag)::Type;
-                  Mode::Pixel(backdrop, source, result);
-                  if constexpr (!Mode::kWholePixel) {
-                      EXPECT_EQ(Mode::Plane(b, s), result[0]);
-                  }
-                  return int32_t(kKXNoErr);
-              }),
+    EXPECT_EQ(DispatchBlendMode(code,
+                                [&](auto tag) {
+                                    using Mode = typename decltype(tag)::Type;
+                                    Mode::Pixel(backdrop, source, result);
+                                    if constexpr (!Mode::kWholePixel) {
+                                        EXPECT_EQ(Mode::Plane(b, s), result[0]);
+                                    }
+                                    return int32_t(kKXNoErr);
+                                }),
               kKXNoErr);
     return result[0];
 }
@@ -122,10 +123,14 @@ TEST(BlendModeWords, DispatchOfTheTwentySixAndTheReversedBit)
     for (const char* name : codes) {
         const uint32_t code = Code(name), reversed = KXEffectsGetReverseBlendMode(code);
         expected.push_back(code);
-        EXPECT_EQ(DispatchBlendMode(code, [&](auto tag) {
-                      using Mode = typename decltype(tag)::Type;
-                      return int32_t(Mode::kCode == code && Mode::kWholePixel == (wholePixel.count(name) == 1) ? 7 : 0);
-                  }),
+        EXPECT_EQ(DispatchBlendMode(code,
+                                    [&](auto tag) {
+                                        using Mode = typename decltype(tag)::Type;
+                                        return int32_t(Mode::kCode == code &&
+                                                               Mode::kWholePixel == (wholePixel.count(name) == 1)
+                                                           ? 7
+                                                           : 0);
+                                    }),
                   7)
             << name;
         EXPECT_EQ(reversed, code & ~kBlendReversedBit);

@@ -177,8 +177,10 @@ TEST(ConvertImageMode, ConversionsAndTheirAlphaRules)
     KXEffectsRGBToHSL(rgb, hsl);
     // Conversion, source pixel, destination planes, destination pixel.
     const std::tuple<int32_t, std::vector<float>, int32_t, std::vector<float>> cases[] = {
-        {2, {0.2f, 0.4f, 0.6f, 0.5f}, 4, {hsl[0], hsl[1], hsl[2], 0.5f}}, {6, {0.2f, 0.4f, 0.6f}, 1, {luma}},
-        {7, {0.4f}, 4, {0.4f, 0.4f, 0.4f, 1.0f}}, {8, {0.2f, 0.4f, 0.6f, 0.5f}, 2, {luma * 0.5f + 0.5f, 0.5f}}};
+        {2, {0.2f, 0.4f, 0.6f, 0.5f}, 4, {hsl[0], hsl[1], hsl[2], 0.5f}},
+        {6, {0.2f, 0.4f, 0.6f}, 1, {luma}},
+        {7, {0.4f}, 4, {0.4f, 0.4f, 0.4f, 1.0f}},
+        {8, {0.2f, 0.4f, 0.6f, 0.5f}, 2, {luma * 0.5f + 0.5f, 0.5f}}};
     ForEachImageKind([&](int32_t depth, bool lockable) {
         for (const auto& [conversion, pixel, planes, expected] : cases) {
             SCOPED_TRACE(conversion);

@@ -10,9 +10,9 @@ const KXRect kBounds = KXRectMake(-3, 5, 4, 1);
 
 struct SelectionCase {
     const char* name;
-    ImageEffect select; // source, mask, rectangle
-    float levels[4][3]; // four pixels in 8-bit levels
-    float weights[4];   // what each keeps of its mask sample
+    ImageEffect select;     // source, mask, rectangle
+    float levels[4][3];     // four pixels in 8-bit levels
+    float weights[4];       // what each keeps of its mask sample
     float tolerance = 0.0f; // beyond the rounding, in 0..1
 };
 
@@ -50,21 +50,33 @@ TEST(ColorSelection, ColoursAndBandsWeighTheirDistances)
 {
     const float target[3] = {200 / 255.0f, 100 / 255.0f, 40 / 255.0f};
     const SelectionCase cases[] = {
-        {"colour", [&](auto s, auto m, auto r) { return KXEffectsSelectColor(s, m, r, target, 1.0f); },
-         {{200, 100, 40}, {100, 50, 20}, {40, 140, 200}, {128, 128, 128}}, {1.0f, 0.846213f, 0, 0}},
-        {"luma", [](auto s, auto m, auto r) { return KXEffectsSelectLuminosityRange(s, m, r, .2f, .4f, .6f, .8f); },
-         {{25, 25, 25}, {68, 68, 68}, {127, 127, 127}, {230, 230, 230}}, {0, 0.259259f, 1, 0}},
-        {"sat", [](auto s, auto m, auto r) { return KXEffectsSelectSaturationRange(s, m, r, .1f, .3f, .5f, .9f); },
-         {{200, 100, 40}, {200, 160, 120}, {90, 90, 90}, {200, 160, 120}}, {0.15625f, 1, 0, 1}},
+        {"colour",
+         [&](auto s, auto m, auto r) { return KXEffectsSelectColor(s, m, r, target, 1.0f); },
+         {{200, 100, 40}, {100, 50, 20}, {40, 140, 200}, {128, 128, 128}},
+         {1.0f, 0.846213f, 0, 0}},
+        {"luma",
+         [](auto s, auto m, auto r) { return KXEffectsSelectLuminosityRange(s, m, r, .2f, .4f, .6f, .8f); },
+         {{25, 25, 25}, {68, 68, 68}, {127, 127, 127}, {230, 230, 230}},
+         {0, 0.259259f, 1, 0}},
+        {"sat",
+         [](auto s, auto m, auto r) { return KXEffectsSelectSaturationRange(s, m, r, .1f, .3f, .5f, .9f); },
+         {{200, 100, 40}, {200, 160, 120}, {90, 90, 90}, {200, 160, 120}},
+         {0.15625f, 1, 0, 1}},
         // An end at 0 or 1 is pushed out to -1 or 2: open there.
-        {"open luma", [](auto s, auto m, auto r) { return KXEffectsSelectLuminosity(s, m, r, 0.0f, 1.0f, 10.0f); },
-         {{0, 0, 0}, {255, 255, 255}, {0, 255, 0}, {90, 10, 200}}, {1, 1, 1, 1}},
+        {"open luma",
+         [](auto s, auto m, auto r) { return KXEffectsSelectLuminosity(s, m, r, 0.0f, 1.0f, 10.0f); },
+         {{0, 0, 0}, {255, 255, 255}, {0, 255, 0}, {90, 10, 200}},
+         {1, 1, 1, 1}},
         // Presets 12 and 14 are the luma above two thirds and below one third; with a range 14 takes
         // the luma band 0, 0, r, 2r.
-        {"highlights", [](auto s, auto m, auto r) { return KXEffectsSelectColors(s, m, r, 12, 0.2f); },
-         {{0, 0, 0}, {255, 255, 255}, {230, 230, 230}, {100, 100, 100}}, {0, 1, 1, 0}},
-        {"shadows with range", [](auto s, auto m, auto r) { return KXEffectsSelectColorsWithRange(s, m, r, 14, 0.2f); },
-         {{0, 0, 0}, {255, 255, 255}, {68, 68, 68}, {40, 40, 40}}, {1, 0, 0.740741f, 1}},
+        {"highlights",
+         [](auto s, auto m, auto r) { return KXEffectsSelectColors(s, m, r, 12, 0.2f); },
+         {{0, 0, 0}, {255, 255, 255}, {230, 230, 230}, {100, 100, 100}},
+         {0, 1, 1, 0}},
+        {"shadows with range",
+         [](auto s, auto m, auto r) { return KXEffectsSelectColorsWithRange(s, m, r, 14, 0.2f); },
+         {{0, 0, 0}, {255, 255, 255}, {68, 68, 68}, {40, 40, 40}},
+         {1, 0, 0.740741f, 1}},
     };
     for (const SelectionCase& test : cases)
         ExpectSelection(test);
@@ -75,8 +87,10 @@ TEST(ColorSelection, ColoursAndBandsWeighTheirDistances)
 TEST(ColorRange, EllipsoidKeepsOrExcludesAroundTheTarget)
 {
     const float target[3] = {153 / 255.0f, 115 / 255.0f, 77 / 255.0f};
-    ExpectSelection({"colour range", [&](auto s, auto m, auto r) { return KXEffectsColorRange(s, m, r, target, 1.5f); },
-                     {{153, 115, 77}, {0, 0, 255}, {153, 115, 77}, {0, 255, 0}}, {1, 0, 1, 0}});
+    ExpectSelection({"colour range",
+                     [&](auto s, auto m, auto r) { return KXEffectsColorRange(s, m, r, target, 1.5f); },
+                     {{153, 115, 77}, {0, 0, 255}, {153, 115, 77}, {0, 255, 0}},
+                     {1, 0, 1, 0}});
     float r[6];
     ASSERT_EQ(KXEffectsGetFleshColorTable(0, r), kKXNoErr);
     const float y = (r[0] + r[1]) * 127.5f, cb = (r[2] + r[3]) * 127.5f - 127.5f, cr = (r[4] + r[5]) * 127.5f - 127.5f;
@@ -84,8 +98,11 @@ TEST(ColorRange, EllipsoidKeepsOrExcludesAroundTheTarget)
     const float blue = std::round(y + 1.772f * cb);
     // The skin colour rounded to levels lies a little off the centre.
     const auto flesh = [](auto s, auto m, auto r) { return KXEffectsSelectFleshColors(s, m, r, 0, 2, 0.75f, true); };
-    ExpectSelection({"flesh", flesh, {{red, green, blue}, {0, 0, 255}, {red, green, blue}, {0, 255, 255}},
-                     {0.25f, 1, 0.25f, 1}, 0.01f});
+    ExpectSelection({"flesh",
+                     flesh,
+                     {{red, green, blue}, {0, 0, 255}, {red, green, blue}, {0, 255, 255}},
+                     {0.25f, 1, 0.25f, 1},
+                     0.01f});
 }
 
 // Missing colours or images, presets beyond 16 (or below 12 with a range), flesh tables beyond 5 are bad

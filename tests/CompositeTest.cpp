@@ -18,8 +18,8 @@ TestImage Uniform(int32_t depth, bool lockable, const Pixel& unit, int32_t trans
     TestImage image(kBounds, depth, planes, transparency >= 0 ? transparency : planes % 2 == 0, lockable);
     std::vector<float> samples;
     for (int32_t i = 0; i < kBounds.width * kBounds.height * planes; ++i)
-        samples.push_back(depth == 32 ? float(unit[size_t(i % planes)]) :
-                                        std::round(float(unit[size_t(i % planes)]) * WhiteOf(depth)));
+        samples.push_back(depth == 32 ? float(unit[size_t(i % planes)])
+                                      : std::round(float(unit[size_t(i % planes)]) * WhiteOf(depth)));
     image.SetSamples(samples);
     return image;
 }
@@ -93,8 +93,7 @@ TEST(BlendImages, MasksOfAnyDepthAndTheInvertedType)
         const TestImage destination = Uniform(depth, !lockable, {0, 0, 0, 0});
         const auto blend = [&](float opacity, KXImage* upperMask, KXImage* lowerMask) {
             return KXEffectsBlendImagesWithOpacitiesAndMasks(upper, opacity, upperMask, lower, 1, lowerMask,
-                                                             destination,
-                                                             &kBounds, Code("norm"));
+                                                             destination, &kBounds, Code("norm"));
         };
         for (int32_t maskDepth : kDepths) {
             SCOPED_TRACE(maskDepth);
@@ -141,9 +140,12 @@ TEST(MultiplyMasks, ProductOfCoveragesOfAnyDepthAndType)
     ForEachImageKind([](int32_t depth, bool lockable) {
         // Six masks, one group of four and a rest of two: 1 x 0.4 x (1 - 0.5) x (1 - 0) x 1 x 1.
         CFMutableArrayRef masks = CFArrayCreateMutable(kCFAllocatorDefault, 0, KXUtilsGetArrayCallbacks());
-        for (const auto& [maskDepth, unit, inverted] :
-             {std::tuple{8, 1.0, false}, {16, 0.4, false}, {32, 0.5, true}, {8, 0.0, true}, {8, 1.0, false},
-              {8, 1.0, false}})
+        for (const auto& [maskDepth, unit, inverted] : {std::tuple{8, 1.0, false},
+                                                        {16, 0.4, false},
+                                                        {32, 0.5, true},
+                                                        {8, 0.0, true},
+                                                        {8, 1.0, false},
+                                                        {8, 1.0, false}})
             CFArrayAppendValue(masks, Mask(maskDepth, lockable, unit, inverted).get());
         TestImage destination = Mask(depth, !lockable, 0.8);
         ASSERT_EQ(KXEffectsMultiplyMasks(masks, destination, &kBounds), kKXNoErr);

@@ -120,9 +120,14 @@ TEST(CoreImage, CreateValidatesAndCopyIsComplete)
 {
     const KXRect bounds = {5, 6, 3, 2}, negative = {0, 0, -1, 2};
     KXImage* image = nullptr;
-    for (const auto& [rect, depth, planes, colorSpace, transparency] :
-         {std::tuple{&bounds, 12, 3, 2, 0}, {&bounds, 8, 0, 1, 0}, {&bounds, 8, 9, 2, 0}, {&bounds, 8, 1, 1, 1},
-          {&bounds, 8, 4, 2, 2}, {&bounds, 8, 3, 0, 0}, {&negative, 8, 3, 2, 0}, {nullptr, 8, 3, 2, 0}})
+    for (const auto& [rect, depth, planes, colorSpace, transparency] : {std::tuple{&bounds, 12, 3, 2, 0},
+                                                                        {&bounds, 8, 0, 1, 0},
+                                                                        {&bounds, 8, 9, 2, 0},
+                                                                        {&bounds, 8, 1, 1, 1},
+                                                                        {&bounds, 8, 4, 2, 2},
+                                                                        {&bounds, 8, 3, 0, 0},
+                                                                        {&negative, 8, 3, 2, 0},
+                                                                        {nullptr, 8, 3, 2, 0}})
         EXPECT_NE(0, KXImageCreateWithParams2(rect, depth, planes, colorSpace, transparency, 1, &image));
     EXPECT_NE(0, KXImageCreateWithParams2(&bounds, 8, 3, 2, 0, 1, nullptr));
     for (const bool lockable : kLockable) {
@@ -142,8 +147,12 @@ TEST(CoreImage, CreateValidatesAndCopyIsComplete)
 // The value is in the sample's scale: integers round and clamp.
 TEST(CoreImage, FillConvertsTheValueToTheSampleType)
 {
-    for (const auto& [depth, value, expected] : {std::tuple{8, 127.5f, 128.0f}, {8, 300.0f, 255.0f}, {8, -3.0f, 0.0f},
-                                                 {16, 65535.0f, 65535.0f}, {32, 1.5f, 1.5f}, {32, -0.25f, -0.25f}})
+    for (const auto& [depth, value, expected] : {std::tuple{8, 127.5f, 128.0f},
+                                                 {8, 300.0f, 255.0f},
+                                                 {8, -3.0f, 0.0f},
+                                                 {16, 65535.0f, 65535.0f},
+                                                 {32, 1.5f, 1.5f},
+                                                 {32, -0.25f, -0.25f}})
         for (const bool lockable : kLockable) {
             TestImage image(KXRectMake(-4, -4, 5, 3), depth, 4, 1, lockable);
             ASSERT_EQ(0, KXImageFill(image, value));

@@ -54,8 +54,8 @@ TEST(Filters, FlatAreasAndEmboss)
         TestImage flat(KXRectMake(0, 0, 9, 3), depth, 3, 0, lockable);
         KXImageFill(flat, LevelAt(77, depth));
         const KXRect rect = flat.Bounds();
-        for (Filter filter : {KXEffectsSharpen, KXEffectsSharpenMore, KXEffectsBlur, KXEffectsBlurMore,
-                              KXEffectsFindEdges}) {
+        for (Filter filter :
+             {KXEffectsSharpen, KXEffectsSharpenMore, KXEffectsBlur, KXEffectsBlurMore, KXEffectsFindEdges}) {
             const TestImage result = flat.Like();
             ASSERT_EQ(filter(flat, result, &rect), kKXNoErr);
             EXPECT_NEAR(result.At(4, 1, 2), filter == KXEffectsFindEdges ? WhiteOf(depth) : LevelAt(77, depth), 1e-6f);

@@ -98,15 +98,17 @@ TEST(GaussianBlur, ModesBlendTheBlurOverTheSample)
 TEST(GaussianBlur, UnknownModesFailAndOnlyTheFastBlurLogs)
 {
     std::vector<std::string> events;
-    KXLogSetEventHandler([](int32_t code, const char* file, int32_t, void* user) {
-        static_cast<std::vector<std::string>*>(user)->push_back(std::to_string(code) + " " + file);
-    }, &events);
+    KXLogSetEventHandler(
+        [](int32_t code, const char* file, int32_t, void* user) {
+            static_cast<std::vector<std::string>*>(user)->push_back(std::to_string(code) + " " + file);
+        },
+        &events);
     const TestImage source = RandomImage(16, false, 7, 4, kBounds), destination = source.Like();
-    const std::vector<std::string> logged = {
-        std::to_string(kKXErrBadParam) + " Source/Common/KXEffects/KXEffectsBoxBlur"};
+    const std::vector<std::string> logged = {std::to_string(kKXErrBadParam) +
+                                             " Source/Common/KXEffects/KXEffectsBoxBlur"};
     for (const char* code : {"idiv", "llit", "Norm", "Mul ", "PLit", "blur", "fdiv", "FDiv"}) {
-        for (BlurWithMode blur : {KXEffectsGaussianBlurTrueWithAmountAndMode,
-                                  KXEffectsGaussianBlurFastWithAmountAndMode})
+        for (BlurWithMode blur :
+             {KXEffectsGaussianBlurTrueWithAmountAndMode, KXEffectsGaussianBlurFastWithAmountAndMode})
             EXPECT_EQ(blur(source, destination, &kBounds, 2, 1, Code(code)), kKXErrBadParam);
         EXPECT_EQ(events, logged) << code;
         events.clear();

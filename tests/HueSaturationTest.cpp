@@ -26,16 +26,14 @@ TEST(HueSaturation, HueRotationMatchesOpenCVHSV)
     for (auto it = hsv.begin<cv::Vec3f>(); it != hsv.end<cv::Vec3f>(); ++it)
         (*it)[0] = std::fmod((*it)[0] + 0.3f * 360.0f, 360.0f);
     cv::cvtColor(hsv, back, cv::COLOR_HSV2RGB);
-    ExpectRegion(rotated, kBounds, 2e-5f, [&](int32_t x, int32_t y, int32_t p) {
-        return back.at<cv::Vec3f>(y - kBounds.y, x - kBounds.x)[p];
-    });
+    ExpectRegion(rotated, kBounds, 2e-5f,
+                 [&](int32_t x, int32_t y, int32_t p) { return back.at<cv::Vec3f>(y - kBounds.y, x - kBounds.x)[p]; });
 }
 
 ImageEffect Hsb(float hue, float saturation, float brightness)
 {
-    return [=](auto s, auto d, auto r) {
-        return KXEffectsHueSaturationBrightness(s, d, r, hue, saturation, brightness);
-    };
+    return
+        [=](auto s, auto d, auto r) { return KXEffectsHueSaturationBrightness(s, d, r, hue, saturation, brightness); };
 }
 
 TEST(HueSaturation, SpecialisedKernelsFollowTheirFormulas)
@@ -47,7 +45,8 @@ TEST(HueSaturation, SpecialisedKernelsFollowTheirFormulas)
         KXEffectsSaturateAndLighten(out, 0.5f, -0.3f);
     });
     // A whole turn is the identity, up to the hexagon's rounding.
-    ExpectPixelEffect(Hsb(1.0f, 0.0f, 0.0f), [](const float* in, float* out) { std::copy_n(in, 3, out); }, 1.0f, 1e-6f);
+    ExpectPixelEffect(
+        Hsb(1.0f, 0.0f, 0.0f), [](const float* in, float* out) { std::copy_n(in, 3, out); }, 1.0f, 1e-6f);
     // Lightness form with saturation -1: gray at the pixel's lightness, then the lightness curve.
     ExpectPixelEffect([](auto s, auto d, auto r) { return KXEffectsHueSaturationLightness(s, d, r, 0, -1, 0.5f); },
                       [](const float* in, float* out) {
@@ -133,8 +132,18 @@ TEST(ProtectColors, ReferenceShowsInTheProtectedTonesAndSkin)
     float r[6];
     ASSERT_EQ(KXEffectsGetFleshColorTable(0, r), kKXNoErr);
     const float y = (r[0] + r[1]) * 0.5f, cb = (r[2] + r[3]) * 0.5f - 0.5f, cr = (r[4] + r[5]) * 0.5f - 0.5f;
-    const std::vector<float> reference = {0.05f, 0.04f, 0.06f, 0.2f, 0.4f, 0.9f, 0.97f, 0.99f, 0.98f,
-                                          y + 1.402f * cr, y - 0.34414f * cb - 0.71414f * cr, y + 1.772f * cb};
+    const std::vector<float> reference = {0.05f,
+                                          0.04f,
+                                          0.06f,
+                                          0.2f,
+                                          0.4f,
+                                          0.9f,
+                                          0.97f,
+                                          0.99f,
+                                          0.98f,
+                                          y + 1.402f * cr,
+                                          y - 0.34414f * cb - 0.71414f * cr,
+                                          y + 1.772f * cb};
     for (int32_t depth : kDepths) {
         SCOPED_TRACE(depth);
         TestImage referenceImage(KXRectMake(1, 1, 4, 1), depth, 3, 0);

@@ -487,7 +487,6 @@ TEST(KxfxParts, LibraryFailuresBecomeOneLine)
     }
 }
 
-
 // Every registry entry runs from kxfx at its representative settings: files in, an image or numbers out.
 TEST(KxfxTool, EveryEffectRunsAtItsSampleSettings)
 {

@@ -145,7 +145,8 @@ TEST(Noise, FilmGrainOnFloatImagesWritesOnlyTheLeadingBytes)
     for (const auto& [planes, transparency] : {std::pair{1, 0}, std::pair{3, 0}, std::pair{4, 1}})
         for (bool withSource : {true, false})
             for (bool lockable : kLockable) {
-                SCOPED_TRACE(CaseName(32, lockable, withSource ? "source" : "gray") + " planes " + std::to_string(planes));
+                SCOPED_TRACE(CaseName(32, lockable, withSource ? "source" : "gray") + " planes " +
+                             std::to_string(planes));
                 TestImage source(kBounds, 32, planes, transparency, lockable),
                     destination(kBounds, 32, planes, transparency, lockable);
                 const size_t pixelBytes = size_t(planes) * 4;
@@ -153,7 +154,8 @@ TEST(Noise, FilmGrainOnFloatImagesWritesOnlyTheLeadingBytes)
                 const std::vector<uint8_t> in = BytePattern(count, 11, 37), held = BytePattern(count, 200, 53);
                 KXImageWrite2(source, &kBounds, 0, -1, in.data(), -1, 0);
                 KXImageWrite2(destination, &kBounds, 0, -1, held.data(), -1, 0);
-                ASSERT_EQ(KXEffectsApplyFilmGrain(withSource ? source.get() : nullptr, destination, &kRect, grain, amount),
+                ASSERT_EQ(KXEffectsApplyFilmGrain(withSource ? source.get() : nullptr, destination, &kRect, grain,
+                                                  amount),
                           kKXNoErr);
                 std::vector<uint8_t> expected = held, out(count);
                 KXImageRead2(destination, &kBounds, 0, -1, out.data(), -1, 0);
@@ -176,8 +178,8 @@ TEST(Noise, FilmGrainOnFloatImagesWritesOnlyTheLeadingBytes)
                         expected[at + size_t(colourPlanes)] = 1;
                 }
                 for (size_t i = 0; i < count; ++i)
-                    ASSERT_EQ(int32_t(out[i]), int32_t(expected[i])) << "byte " << i % pixelBytes << " of pixel "
-                                                                     << i / pixelBytes;
+                    ASSERT_EQ(int32_t(out[i]), int32_t(expected[i]))
+                        << "byte " << i % pixelBytes << " of pixel " << i / pixelBytes;
             }
 }
 

@@ -69,7 +69,8 @@ void FillRandom(KXImage* image, uint32_t seed)
     for (int32_t y = bounds.y; y < bounds.y + bounds.height; ++y)
         for (int32_t x = bounds.x; x < bounds.x + bounds.width; ++x)
             for (size_t plane = 0; plane < planes; ++plane, at += SampleBytes(depth)) {
-                uint32_t hash = (uint32_t(x) * 73856093u) ^ (uint32_t(y) * 19349663u) ^ (uint32_t(plane) * 83492791u) ^ seed;
+                uint32_t hash = (uint32_t(x) * 73856093u) ^ (uint32_t(y) * 19349663u) ^ (uint32_t(plane) * 83492791u) ^
+                                seed;
                 hash = (hash ^ (hash >> 15)) * 2246822519u;
                 hash ^= hash >> 13;
                 if (depth == 8)
@@ -142,9 +143,8 @@ std::unique_ptr<Call> PrepareCall(const EffectEntry& entry, const Inputs& inputs
             break;
         case ArgKind::Destination:
         case ArgKind::InPlace:
-            call->destination = inPlace || arg.kind == ArgKind::InPlace
-                                    ? source
-                                    : canary(source, KXImageGetNumPlanes(source));
+            call->destination = inPlace || arg.kind == ArgKind::InPlace ? source
+                                                                        : canary(source, KXImageGetNumPlanes(source));
             call->values->Set(index, call->destination);
             break;
         case ArgKind::MaskDestination:
@@ -154,9 +154,9 @@ std::unique_ptr<Call> PrepareCall(const EffectEntry& entry, const Inputs& inputs
             call->values->Set(index, canary(source, KXImageGetNumPlanes(source)));
             break;
         case ArgKind::Image:
-            call->values->Set(index, arg.IsOptional() ? nullptr
-                                                      : call->owned.emplace_back(CopyInto(inputs.second, bounds, lockable))
-                                                            .get());
+            call->values->Set(index, arg.IsOptional()
+                                         ? nullptr
+                                         : call->owned.emplace_back(CopyInto(inputs.second, bounds, lockable)).get());
             break;
         case ArgKind::Mask:
             call->values->Set(index, arg.IsOptional() && !sample
@@ -199,15 +199,15 @@ int32_t RunCall(const Call& call)
 
 bool WritesInRect(const EffectEntry& entry)
 {
-    return entry.Has(ArgKind::Rect) && (entry.Has(ArgKind::Destination) || entry.Has(ArgKind::MaskDestination) ||
-                                        entry.Has(ArgKind::InPlace));
+    return entry.Has(ArgKind::Rect) &&
+           (entry.Has(ArgKind::Destination) || entry.Has(ArgKind::MaskDestination) || entry.Has(ArgKind::InPlace));
 }
 
 constexpr KXRect kBounds = {0, 0, 13, 9};
 constexpr KXRect kInside = {3, 2, 8, 5};
 
-const Shape kShapes[] = {{8, 4, true},  {8, 4, false}, {16, 4, true}, {16, 4, false},
-                         {32, 4, true}, {32, 4, false}, {8, 1, true}, {32, 1, false}};
+const Shape kShapes[] = {{8, 4, true},  {8, 4, false},  {16, 4, true}, {16, 4, false},
+                         {32, 4, true}, {32, 4, false}, {8, 1, true},  {32, 1, false}};
 
 struct Fixture {
     Image source, second, mask;
@@ -364,7 +364,8 @@ TEST(Registry, EveryImageEntryPointIsRegistered)
         EXPECT_EQ(FindEffect(entry.cliName), &entry);
     }
     size_t found = 0;
-    for (auto it = std::sregex_iterator(source.begin(), source.end(), declaration); it != std::sregex_iterator(); ++it) {
+    for (auto it = std::sregex_iterator(source.begin(), source.end(), declaration); it != std::sregex_iterator();
+         ++it) {
         const std::string name = (*it)[1], parameters = (*it)[2];
         if (parameters.find("KXImage*") == std::string::npos || name == "KXEffectsCreateImageLike")
             continue;

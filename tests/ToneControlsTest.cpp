@@ -79,9 +79,8 @@ TEST(ToneControls, MasksScaleOrSignTheAdjustment)
             KXImageFill(black, 0.0f);
             KXImageFill(middle, LevelAt(127, maskDepth));
             const auto contrast = [](KXImage* m) -> ImageEffect {
-                return [=](auto a, auto b, auto r) {
-                    return KXEffectsBrightnessContrastWithMask(a, b, m, r, .6f, -.5f);
-                };
+                return
+                    [=](auto a, auto b, auto r) { return KXEffectsBrightnessContrastWithMask(a, b, m, r, .6f, -.5f); };
             };
             const auto brightness = [](KXImage* m) -> ImageEffect {
                 return [=](auto s, auto d, auto r) { return KXEffectsBrightnessWithMask(s, d, r, 0.3f, m); };
@@ -89,9 +88,8 @@ TEST(ToneControls, MasksScaleOrSignTheAdjustment)
             const auto midtones = [](KXImage* m) -> ImageEffect {
                 return [=](auto s, auto d, auto r) { return KXEffectsMidtoneContrastAltWithMask(s, d, r, 0.2f, m); };
             };
-            ExpectSameEffect(source, contrast(white), [](auto s, auto d, auto r) {
-                return KXEffectsBrightnessContrast(s, d, r, 0.6f, -0.5f);
-            });
+            ExpectSameEffect(source, contrast(white),
+                             [](auto s, auto d, auto r) { return KXEffectsBrightnessContrast(s, d, r, 0.6f, -0.5f); });
             ExpectSameEffect(source, contrast(black), KXEffectsCopyImage);
             ExpectSameEffect(source, brightness(middle), brightness(nullptr));
             ExpectSameEffect(source, midtones(middle), midtones(nullptr));
@@ -106,17 +104,18 @@ TEST(ToneControls, MasksScaleOrSignTheAdjustment)
 TEST(ToneControls, HazeLiftsBlackAndKeepsWhite)
 {
     for (const auto& [brightness, haze, saturation] : {std::tuple{0.f, .2f, 0.f}, {0.f, -.5f, 0.f}, {.3f, .1f, -.4f}})
-        ExpectPixelEffect([&](auto s, auto d, auto r) {
-                              return KXEffectsBrightnessHazeSaturation(s, d, r, brightness, haze, saturation);
-                          },
-                          [&](const float* in, float* out) {
-                              std::copy_n(in, 3, out);
-                              if (brightness != 0.0f || saturation != 0.0f)
-                                  KXEffectsSaturateAndLighten(out, saturation, brightness);
-                              for (int c = 0; c < 3 && haze > 0.0f; ++c)
-                                  out[c] = out[c] * (1.0f - haze) + haze;
-                          },
-                          0.0f, 1e-7f);
+        ExpectPixelEffect(
+            [&](auto s, auto d, auto r) {
+                return KXEffectsBrightnessHazeSaturation(s, d, r, brightness, haze, saturation);
+            },
+            [&](const float* in, float* out) {
+                std::copy_n(in, 3, out);
+                if (brightness != 0.0f || saturation != 0.0f)
+                    KXEffectsSaturateAndLighten(out, saturation, brightness);
+                for (int c = 0; c < 3 && haze > 0.0f; ++c)
+                    out[c] = out[c] * (1.0f - haze) + haze;
+            },
+            0.0f, 1e-7f);
     const TestImage gray(KXRectMake(0, 0, 4, 4), 8, 1, 0);
     const KXRect bounds = gray.Bounds();
     EXPECT_EQ(KXEffectsBrightnessHazeSaturation(gray, gray, &bounds, 0.3f, 0.1f, 0), kKXErrUnsupported);

@@ -18,8 +18,8 @@ TEST(WhiteBalance, ExportsChainTheModelSaturationAndVibrance)
         {[&](auto a, auto b, auto r) { return KXEffectsTemperatureAndTint(a, b, r, t, n); }, t, 0, 0},
         {[&](auto a, auto b, auto r) { return KXEffectsTemperatureTintAndVibrance(a, b, r, t, n, -v); }, t, 0, -v},
         {[&](auto a, auto b, auto r) { return KXEffectsTemperatureTintAndSaturation(a, b, r, t, n, .5f); }, t, .5f, 0},
-        {[&](auto a, auto b, auto r) { return KXEffectsTemperatureTintSaturationAndVibrance(a, b, r, t, n, s, v); },
-         t, s, v},
+        {[&](auto a, auto b, auto r) { return KXEffectsTemperatureTintSaturationAndVibrance(a, b, r, t, n, s, v); }, t,
+         s, v},
         {[&](auto a, auto b, auto r) { return KXEffectsVibrance(a, b, r, v); }, 0, 0, v},
     };
     for (const auto& [effect, temperature, saturation, vibrance] : exports)
@@ -71,8 +71,7 @@ TEST(WhiteBalance, TonerKeepsLumaAndGrayTonerGivesMonochrome)
             for (size_t at = 0; at < out.size(); at += 4) {
                 const float toned[3] = {UnitOf(out[at], depth), UnitOf(out[at + 1], depth), UnitOf(out[at + 2], depth)};
                 const float luma = Luma(UnitOf(in[at], depth), UnitOf(in[at + 1], depth), UnitOf(in[at + 2], depth));
-                ASSERT_NEAR(Luma(toned), luma,
-                            depth == 32 ? 2e-6f : 1.0f / WhiteOf(depth));
+                ASSERT_NEAR(Luma(toned), luma, depth == 32 ? 2e-6f : 1.0f / WhiteOf(depth));
                 ASSERT_TRUE(toner[0] != toner[1] || (out[at] == out[at + 1] && out[at + 1] == out[at + 2]));
                 ASSERT_EQ(out[at + 3], in[at + 3]);
             }

@@ -43,8 +43,8 @@ KX_EXPORT KXRect KXRectIntersect(const KXRect* a, const KXRect* b);
 KX_EXPORT bool KXPointInRect(KXPoint point, const KXRect* rect);
 
 /* A rotation by angle (radians) about the centre with scaling, then a shift. */
-KX_EXPORT KXAffineTransform KXAffineTransformMake(float angle, float scaleX, float scaleY, float centreX,
-                                                  float centreY, float translateX, float translateY);
+KX_EXPORT KXAffineTransform KXAffineTransformMake(float angle, float scaleX, float scaleY, float centreX, float centreY,
+                                                  float translateX, float translateY);
 /* Maps sourceRect into destRect. flagA keeps the aspect ratio; flagB fills (cover) rather than fits when
    the aspect is kept; angle is in degrees about the centre; scaleA and scaleB scale the result about the
    centre of destRect; flagC mirrors horizontally. */
@@ -59,10 +59,7 @@ KX_EXPORT KXRect KXAffineTransformTransformRect(const KXRect* rect, const KXAffi
 
 typedef struct KXImage KXImage;
 
-enum {
-    KXColorSpaceGray = 1,
-    KXColorSpaceRGB = 2
-};
+enum { KXColorSpaceGray = 1, KXColorSpaceRGB = 2 };
 enum {
     KXImageTypeNormal = 0,
     KXImageTypeInvertedMask = 6 /* a stored 0 is full coverage */
@@ -81,9 +78,8 @@ enum {
     kKXCoreErrColorProfile = -1006
 };
 
-KX_EXPORT int32_t KXImageCreateWithParams2(const KXRect* bounds, int32_t depth, int32_t planes,
-                                           int32_t colorSpaceType, int32_t transparency, int32_t dataSource,
-                                           KXImage** outImage);
+KX_EXPORT int32_t KXImageCreateWithParams2(const KXRect* bounds, int32_t depth, int32_t planes, int32_t colorSpaceType,
+                                           int32_t transparency, int32_t dataSource, KXImage** outImage);
 /* A full copy of image and pixels, with the same data source. */
 KX_EXPORT int32_t KXImageCreateCopy(KXImage* image, KXImage** outImage);
 KX_EXPORT void KXImageRetain(KXImage* image);
@@ -113,8 +109,8 @@ KX_EXPORT void KXImageUnlockBuffer(KXImage* image);
 
 /* Copies the planes firstPlane..lastPlane (-1: to the last) of rect, which must lie inside the bounds,
    to buffer, interleaved. rowBytes -1 or 0 means tightly packed. flags must be 0. */
-KX_EXPORT int32_t KXImageRead2(KXImage* image, const KXRect* rect, int32_t firstPlane, int32_t lastPlane,
-                               void* buffer, int32_t rowBytes, int32_t flags);
+KX_EXPORT int32_t KXImageRead2(KXImage* image, const KXRect* rect, int32_t firstPlane, int32_t lastPlane, void* buffer,
+                               int32_t rowBytes, int32_t flags);
 KX_EXPORT int32_t KXImageWrite2(KXImage* image, const KXRect* rect, int32_t firstPlane, int32_t lastPlane,
                                 const void* buffer, int32_t rowBytes, int32_t flags);
 

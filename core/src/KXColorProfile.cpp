@@ -136,8 +136,8 @@ void KXColorProfileRelease(KXColorProfile* profile)
     kxcore::ReleaseReference(profile);
 }
 
-int32_t KXColorProfileConvertProfile(KXColorProfile* sourceProfile, KXColorProfile* destProfile,
-                                     KXImage* sourceImage, KXImage* destImage, const KXRect* rect, int32_t flags)
+int32_t KXColorProfileConvertProfile(KXColorProfile* sourceProfile, KXColorProfile* destProfile, KXImage* sourceImage,
+                                     KXImage* destImage, const KXRect* rect, int32_t flags)
 {
     if (!ValidConversion(sourceProfile, destProfile, sourceImage, destImage, rect, flags))
         return kKXCoreErrBadArgument;

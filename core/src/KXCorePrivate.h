@@ -17,15 +17,13 @@ inline bool RectContains(const KXRect& outer, const KXRect& inner)
 }
 
 // Reference counts of the core's objects, each with an atomic references member; the last release deletes.
-template <class Object>
-void RetainReference(Object* object)
+template <class Object> void RetainReference(Object* object)
 {
     if (object)
         object->references.fetch_add(1, std::memory_order_relaxed);
 }
 
-template <class Object>
-void ReleaseReference(Object* object)
+template <class Object> void ReleaseReference(Object* object)
 {
     if (object && object->references.fetch_sub(1, std::memory_order_acq_rel) == 1)
         delete object;

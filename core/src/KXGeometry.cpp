@@ -10,8 +10,10 @@ namespace {
 // The transform that applies first, then second.
 KXAffineTransform Concatenate(const KXAffineTransform& first, const KXAffineTransform& second)
 {
-    return {second.a * first.a + second.c * first.b,   second.b * first.a + second.d * first.b,
-            second.a * first.c + second.c * first.d,   second.b * first.c + second.d * first.d,
+    return {second.a * first.a + second.c * first.b,
+            second.b * first.a + second.d * first.b,
+            second.a * first.c + second.c * first.d,
+            second.b * first.c + second.d * first.d,
             second.a * first.tx + second.c * first.ty + second.tx,
             second.b * first.tx + second.d * first.ty + second.ty};
 }
@@ -85,8 +87,8 @@ KXAffineTransform KXAffineTransformMake(float angle, float scaleX, float scaleY,
     return Concatenate(transform, Translation(centreX + translateX, centreY + translateY));
 }
 
-KXAffineTransform KXAffineTransformMakeResize(const KXRect* sourceRect, const KXRect* destRect, bool flagA,
-                                              bool flagB, int32_t angle, float scaleA, float scaleB, bool flagC)
+KXAffineTransform KXAffineTransformMakeResize(const KXRect* sourceRect, const KXRect* destRect, bool flagA, bool flagB,
+                                              int32_t angle, float scaleA, float scaleB, bool flagC)
 {
     const float radians = float(angle % 360) * std::numbers::pi_v<float> / 180.0f;
     const float cosine = std::fabs(std::cos(radians));
@@ -119,7 +121,11 @@ KXAffineTransform KXAffineTransformInvert(const KXAffineTransform* transform)
     const double b = -transform->b / determinant;
     const double c = -transform->c / determinant;
     const double d = transform->a / determinant;
-    return {float(a), float(b), float(c), float(d), float(-(a * transform->tx + c * transform->ty)),
+    return {float(a),
+            float(b),
+            float(c),
+            float(d),
+            float(-(a * transform->tx + c * transform->ty)),
             float(-(b * transform->tx + d * transform->ty))};
 }
 

@@ -48,16 +48,15 @@ struct KXImage {
 namespace {
 
 // The queries answer 0 for a null image rather than crash.
-template <auto Member>
-int32_t Query(const KXImage* image)
+template <auto Member> int32_t Query(const KXImage* image)
 {
     return image ? image->*Member : 0;
 }
 
 bool ValidBounds(const KXRect* bounds)
 {
-    return bounds && bounds->width >= 0 && bounds->height >= 0 &&
-           int64_t(bounds->x) + bounds->width <= INT32_MAX && int64_t(bounds->y) + bounds->height <= INT32_MAX;
+    return bounds && bounds->width >= 0 && bounds->height >= 0 && int64_t(bounds->x) + bounds->width <= INT32_MAX &&
+           int64_t(bounds->y) + bounds->height <= INT32_MAX;
 }
 
 // Colour spaces other than gray and RGB are kept as the host's own tags; the effects reject them.
@@ -72,8 +71,8 @@ int32_t AllocatePixels(KXImage& image)
 {
     image.planeBytes = image.depth / 8;
     image.colBytes = image.planes * image.planeBytes;
-    const int64_t rowBytes = (int64_t(image.bounds.width) * image.colBytes + kRowAlignment - 1) / kRowAlignment *
-                             kRowAlignment;
+    const int64_t rowBytes =
+        (int64_t(image.bounds.width) * image.colBytes + kRowAlignment - 1) / kRowAlignment * kRowAlignment;
     if (rowBytes > INT32_MAX)
         return kKXCoreErrOutOfMemory;
     image.rowBytes = int32_t(rowBytes);
@@ -83,8 +82,7 @@ int32_t AllocatePixels(KXImage& image)
 }
 
 // A sample of the given scale: integers clamp and round half up, floats store the value as it is.
-template <class Sample>
-Sample SampleFromValue(float value)
+template <class Sample> Sample SampleFromValue(float value)
 {
     if constexpr (std::is_floating_point_v<Sample>) {
         return value;
@@ -94,8 +92,7 @@ Sample SampleFromValue(float value)
     }
 }
 
-template <class Sample>
-void FillSamples(KXImage& image, float value)
+template <class Sample> void FillSamples(KXImage& image, float value)
 {
     Sample* samples = reinterpret_cast<Sample*>(image.pixels.get());
     std::fill_n(samples, image.BufferBytes() / sizeof(Sample), SampleFromValue<Sample>(value));
@@ -103,12 +100,12 @@ void FillSamples(KXImage& image, float value)
 
 // One copy between an image's rectangle and a caller's buffer, after validation.
 struct Transfer {
-    uint8_t* image = nullptr;  // first plane read or written of the rectangle's top-left pixel
+    uint8_t* image = nullptr; // first plane read or written of the rectangle's top-left pixel
     uint8_t* buffer = nullptr;
     int64_t imageRowBytes = 0;
     int64_t bufferRowBytes = 0;
     int32_t imageColBytes = 0;
-    int32_t pixelBytes = 0;    // bytes a pixel moves: planes copied x plane bytes
+    int32_t pixelBytes = 0; // bytes a pixel moves: planes copied x plane bytes
     int32_t width = 0;
     int32_t height = 0;
 };
@@ -126,8 +123,8 @@ int32_t CheckTransferArguments(const KXImage* image, const KXRect* rect, int32_t
 }
 
 // Validates a Read2 or Write2 call; an empty rectangle gives a transfer of no rows.
-int32_t PrepareTransfer(KXImage* image, const KXRect* rect, int32_t firstPlane, int32_t lastPlane,
-                        const void* buffer, int32_t rowBytes, int32_t flags, Transfer& transfer)
+int32_t PrepareTransfer(KXImage* image, const KXRect* rect, int32_t firstPlane, int32_t lastPlane, const void* buffer,
+                        int32_t rowBytes, int32_t flags, Transfer& transfer)
 {
     if (const int32_t status = CheckTransferArguments(image, rect, firstPlane, lastPlane, rowBytes, flags))
         return status;
@@ -192,8 +189,8 @@ int32_t KXImageCreateCopy(KXImage* image, KXImage** outImage)
         return kKXCoreErrBadArgument;
     KXImage* copy = nullptr;
     if (const int32_t status = KXImageCreateWithParams2(&image->bounds, image->depth, image->planes,
-                                                        image->colorSpaceType, image->transparency,
-                                                        image->dataSource, &copy))
+                                                        image->colorSpaceType, image->transparency, image->dataSource,
+                                                        &copy))
         return status;
     copy->type = image->type;
     std::memcpy(copy->pixels.get(), image->pixels.get(), image->BufferBytes());
@@ -315,8 +312,7 @@ int32_t KXImageRead2(KXImage* image, const KXRect* rect, int32_t firstPlane, int
                      int32_t rowBytes, int32_t flags)
 {
     Transfer transfer;
-    if (const int32_t status =
-            PrepareTransfer(image, rect, firstPlane, lastPlane, buffer, rowBytes, flags, transfer))
+    if (const int32_t status = PrepareTransfer(image, rect, firstPlane, lastPlane, buffer, rowBytes, flags, transfer))
         return status;
     CopyPixels(transfer.buffer, transfer.bufferRowBytes, transfer.pixelBytes, transfer.image, transfer.imageRowBytes,
                transfer.imageColBytes, transfer);
@@ -327,10 +323,9 @@ int32_t KXImageWrite2(KXImage* image, const KXRect* rect, int32_t firstPlane, in
                       int32_t rowBytes, int32_t flags)
 {
     Transfer transfer;
-    if (const int32_t status =
-            PrepareTransfer(image, rect, firstPlane, lastPlane, buffer, rowBytes, flags, transfer))
+    if (const int32_t status = PrepareTransfer(image, rect, firstPlane, lastPlane, buffer, rowBytes, flags, transfer))
         return status;
-    CopyPixels(transfer.image, transfer.imageRowBytes, transfer.imageColBytes, transfer.buffer,
-               transfer.bufferRowBytes, transfer.pixelBytes, transfer);
+    CopyPixels(transfer.image, transfer.imageRowBytes, transfer.imageColBytes, transfer.buffer, transfer.bufferRowBytes,
+               transfer.pixelBytes, transfer);
     return 0;
 }

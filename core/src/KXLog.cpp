@@ -11,8 +11,7 @@ using EventHandler = void (*)(int32_t code, const char* file, int32_t line, void
 using TextHandler = void (*)(const char* text, void* user);
 
 // A handler and its user pointer, swapped and read as one under a lock; the call itself runs unlocked.
-template <class Handler>
-class HandlerSlot {
+template <class Handler> class HandlerSlot {
 public:
     void Set(Handler handler, void* user)
     {

@@ -112,10 +112,9 @@ int32_t CBaseTaskQueue::ScheduleTask(CBaseTask* task)
     {
         const std::lock_guard lock(m_state->mutex);
         std::deque<CBaseTask*>& pending = m_state->pending;
-        const auto position = std::upper_bound(pending.begin(), pending.end(), task,
-                                               [](CBaseTask* value, CBaseTask* other) {
-                                                   return value->Compare(other) < 0;
-                                               });
+        const auto position =
+            std::upper_bound(pending.begin(), pending.end(), task,
+                             [](CBaseTask* value, CBaseTask* other) { return value->Compare(other) < 0; });
         pending.insert(position, task);
     }
     m_state->work.notify_one();

@@ -13,8 +13,8 @@
 struct CBaseTaskQueueState {
     std::string name;
     std::mutex mutex;
-    std::condition_variable work;  // a task is pending, or the queue is stopping
-    std::condition_variable idle;  // nothing pending and nothing running
+    std::condition_variable work; // a task is pending, or the queue is stopping
+    std::condition_variable idle; // nothing pending and nothing running
     std::deque<CBaseTask*> pending;
     int32_t running = 0;
     bool stopping = false;

@@ -15,9 +15,8 @@ bool IsImageInput(const ArgSpec& arg);
 // The arguments set from a value: numbers, modes, colours, lists of numbers, curves and points.
 bool IsValueSetting(const ArgSpec& arg);
 
-class EffectCall
-{
-  public:
+class EffectCall {
+public:
     explicit EffectCall(const EffectEntry& entry);
     ~EffectCall();
     EffectCall(const EffectCall&) = delete;
@@ -47,7 +46,7 @@ class EffectCall
     // The second result of an entry with an extra destination, or null.
     KXImage* ExtraResult() const { return m_extra.get(); }
 
-  private:
+private:
     ImageHandle CopyOfFirst() const;
     ImageHandle WhiteMask() const;
 

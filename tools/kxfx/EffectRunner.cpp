@@ -56,7 +56,8 @@ void CheckSettingNames(const EffectEntry& entry, const CommandLine& line)
 {
     for (const auto& [name, text] : line.settings) {
         const auto args = entry.Args();
-        if (std::none_of(args.begin(), args.end(), [&](const ArgSpec& arg) { return IsSetting(arg) && name == arg.name; }))
+        if (std::none_of(args.begin(), args.end(),
+                         [&](const ArgSpec& arg) { return IsSetting(arg) && name == arg.name; }))
             throw ToolError(std::string(entry.cliName) + " has no setting --" + name + "; see kxfx help " +
                             entry.cliName);
     }
@@ -88,9 +89,8 @@ struct ArrayReleaser {
 };
 
 // The images of one call: inputs read from files, destinations made like the first input.
-class CallImages
-{
-  public:
+class CallImages {
+public:
     ImageHandle Read(const std::string& path, int32_t depth) { return Keep(ReadImageFile(path, depth)); }
     ImageHandle Keep(ImageHandle image) { return m_images.emplace_back(std::move(image)); }
     ImageHandle CopyOf(KXImage* image)
@@ -119,7 +119,7 @@ class CallImages
         return m_array.get();
     }
 
-  private:
+private:
     std::vector<ImageHandle> m_images;
     std::unique_ptr<__CFArray, ArrayReleaser> m_array;
 };

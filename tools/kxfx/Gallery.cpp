@@ -174,9 +174,8 @@ std::string NumbersText(EffectCall& call)
     return text;
 }
 
-class GalleryWriter
-{
-  public:
+class GalleryWriter {
+public:
     GalleryWriter(const std::string& folder, KXImage* photo) : m_folder(folder)
     {
         fs::create_directories(m_folder / "full");
@@ -203,7 +202,7 @@ class GalleryWriter
 
     std::string Page() const { return (m_folder / "index.html").string(); }
 
-  private:
+private:
     fs::path m_folder;
     GalleryFacts m_facts;
 };

@@ -102,9 +102,9 @@ ImageHandle ImageFromMat(const cv::Mat& mat, int32_t depth)
     const int32_t colorSpace = planes <= 2 ? KXColorSpaceGray : KXColorSpaceRGB;
     const KXRect bounds = KXRectMake(0, 0, mat.cols, mat.rows);
     KXImage* image = nullptr;
-    CheckCoreStatus(
-        KXImageCreateWithParams2(&bounds, depth, planes, colorSpace, transparency, KXDataSourceMemory, &image),
-        "cannot make an image of " + std::to_string(mat.cols) + "x" + std::to_string(mat.rows));
+    CheckCoreStatus(KXImageCreateWithParams2(&bounds, depth, planes, colorSpace, transparency, KXDataSourceMemory,
+                                             &image),
+                    "cannot make an image of " + std::to_string(mat.cols) + "x" + std::to_string(mat.rows));
     ImageHandle handle = AdoptImage(image);
     CheckCoreStatus(KXImageWrite2(image, &bounds, 0, -1, mat.data, int32_t(mat.step[0]), 0), "cannot fill an image");
     return handle;

@@ -6,9 +6,8 @@
 #include <cstdio>
 #include <string>
 
-class ProgressBar
-{
-  public:
+class ProgressBar {
+public:
     // A disabled bar still hands out a progress object, one that draws nothing.
     ProgressBar(std::FILE* stream, bool enabled);
     ~ProgressBar();
@@ -17,7 +16,7 @@ class ProgressBar
 
     KXProgress* Progress() const { return m_progress; }
 
-  private:
+private:
     static void Begin(void* user, int32_t first, const char* label, int32_t last);
     static void Update(void* user, int32_t value);
     static void End(void* user);

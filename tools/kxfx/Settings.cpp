@@ -257,7 +257,9 @@ const char* ArgKindForm(ArgKind kind)
     }
 }
 
-CallValues::CallValues(const EffectEntry& entry) : m_entry(entry), m_values(entry.argCount), m_outputs(entry.argCount) {}
+CallValues::CallValues(const EffectEntry& entry) : m_entry(entry), m_values(entry.argCount), m_outputs(entry.argCount)
+{
+}
 
 const float* CallValues::Keep(std::vector<float> values)
 {

@@ -30,9 +30,8 @@ const char* ArgKindForm(ArgKind kind);
 
 // The values of one call of a registry entry, one per argument, and the arrays that its pointer arguments
 // point into. Images are set by the caller; settings are parsed from text.
-class CallValues
-{
-  public:
+class CallValues {
+public:
     explicit CallValues(const EffectEntry& entry);
 
     // Parses text as the setting at index: "" leaves an optional colour or curve null, "identity" is the
@@ -50,7 +49,7 @@ class CallValues
     std::span<const ArgValue> Values() const { return m_values; }
     int32_t Invoke() const { return m_entry.invoke(m_values); }
 
-  private:
+private:
     const float* Keep(std::vector<float> values);
 
     const EffectEntry& m_entry;

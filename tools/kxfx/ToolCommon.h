@@ -7,9 +7,8 @@
 #include <stdexcept>
 
 // A failure to report as one line on standard error; main adds the "kxfx: " prefix.
-class ToolError : public std::runtime_error
-{
-  public:
+class ToolError : public std::runtime_error {
+public:
     using std::runtime_error::runtime_error;
 };
 

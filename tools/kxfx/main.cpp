@@ -3,10 +3,9 @@
 #include "EffectRunner.h"
 #include "Gallery.h"
 #include "Help.h"
-#include "Settings.h"
 #include "ImageFile.h"
+#include "Settings.h"
 #include "Status.h"
-
 
 #include <algorithm>
 #include <cstdio>
@@ -25,8 +24,8 @@ const EffectEntry& RequireEffect(const std::string& name)
 // The three numbers through each one-colour conversion, in the library's order of conversions.
 void PrintColourModels(const float* colour)
 {
-    static constexpr const char* kConversions[] = {"hsv", "rgb from hsv", "hsl", "rgb from hsl", "ycbcr",
-                                                   "rgb from ycbcr"};
+    static constexpr const char* kConversions[] = {"hsv",          "rgb from hsv", "hsl",
+                                                   "rgb from hsl", "ycbcr",        "rgb from ycbcr"};
     for (int32_t conversion = 0; conversion < 6; ++conversion) {
         float converted[3];
         CallLibrary("color", false, [&] { return KXEffectsConvertColorMode(colour, converted, conversion); });

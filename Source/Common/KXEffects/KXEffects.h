@@ -61,12 +61,12 @@ KX_EXPORT extern bool gWideVectors;
 KX_EXPORT int32_t KXEffectsGetOutset(KXEffectProc effect, float value);
 /* Mixes an effect image computed from source back over it: weight amount / 2, plus the mask's distance
    from 127/255 at each pixel when a one-plane mask of the destination's depth is given; limited to white. */
-KX_EXPORT int32_t KXEffectsApplyEffectWithMask(KXImage* source, KXImage* effect, KXImage* mask,
-                                               KXImage* destination, const KXRect* rect, float amount);
+KX_EXPORT int32_t KXEffectsApplyEffectWithMask(KXImage* source, KXImage* effect, KXImage* mask, KXImage* destination,
+                                               const KXRect* rect, float amount);
 /* The same mix weighted by the hue of each source pixel (six zones: red, yellow, green, cyan, blue,
    magenta), then a brightness and a midtone change of the luma by hue. RGB only. */
-KX_EXPORT int32_t KXEffectsApplyEffectInZones(KXImage* source, KXImage* effect, KXImage* mask,
-                                              KXImage* destination, const KXRect* rect, const float* effectZones,
+KX_EXPORT int32_t KXEffectsApplyEffectInZones(KXImage* source, KXImage* effect, KXImage* mask, KXImage* destination,
+                                              const KXRect* rect, const float* effectZones,
                                               const float* brightnessZones, const float* midtoneZones);
 
 /* ---- Colour ---- */
@@ -134,8 +134,7 @@ KX_EXPORT int32_t KXEffectsConcatCurves(int32_t numChannels, const float* first,
 KX_EXPORT int32_t KXEffectsResizeCurve(int32_t oldCount, const float* oldCurve, int32_t newCount, float* newCurve);
 /* Maps each colour plane through its channel of curves (one channel per colour plane); alpha is copied.
    16-bit and float interpolate between entries; float extrapolates above 1. Integer results wrap. */
-KX_EXPORT int32_t KXEffectsApplyCurves(KXImage* source, KXImage* destination, const KXRect* rect,
-                                       const float* curves);
+KX_EXPORT int32_t KXEffectsApplyCurves(KXImage* source, KXImage* destination, const KXRect* rect, const float* curves);
 /* The same mixed with the input by amount 0..1: 0 or less copies the rectangle, 1 or more is full curves. */
 KX_EXPORT int32_t KXEffectsApplyCurvesWithAmount(KXImage* source, KXImage* destination, const KXRect* rect,
                                                  const float* curves, float amount);
@@ -156,8 +155,8 @@ KX_EXPORT int32_t KXEffectsSolarize(KXImage* source, KXImage* destination, const
 KX_EXPORT int32_t KXEffectsBoxBlur(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius);
 /* The same, the result of a source pixel written at its coordinates minus offset; a radius not above 0
    copies the rectangle to its coordinates plus offset. */
-KX_EXPORT int32_t KXEffectsBoxBlurWithOffset(KXImage* source, KXImage* destination, const KXRect* rect,
-                                             int32_t radius, KXPoint offset);
+KX_EXPORT int32_t KXEffectsBoxBlurWithOffset(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius,
+                                             KXPoint offset);
 /* The same mixed with the source by amount (not clamped); an amount not above 0 copies. */
 KX_EXPORT int32_t KXEffectsBoxBlurWithOffsetAndAmount(KXImage* source, KXImage* destination, const KXRect* rect,
                                                       int32_t radius, KXPoint offset, float amount);
@@ -187,16 +186,14 @@ KX_EXPORT int32_t KXEffectsGaussianBlurFastWithAmount(KXImage* source, KXImage* 
                                                       float radius, float amount);
 /* Below radius 1.1 one box at full strength whatever amount and mode. Catches: a failure comes back as the
    status. */
-KX_EXPORT int32_t KXEffectsGaussianBlurFastWithAmountAndMode(KXImage* source, KXImage* destination,
-                                                             const KXRect* rect, float radius, float amount,
-                                                             uint32_t blendMode);
+KX_EXPORT int32_t KXEffectsGaussianBlurFastWithAmountAndMode(KXImage* source, KXImage* destination, const KXRect* rect,
+                                                             float radius, float amount, uint32_t blendMode);
 /* Separable convolution with a gaussian of 2 h + 1 taps, h = radius x 2.5 rounded; h of 0 copies. */
 KX_EXPORT int32_t KXEffectsGaussianBlurTrue(KXImage* source, KXImage* destination, const KXRect* rect, float radius);
 KX_EXPORT int32_t KXEffectsGaussianBlurTrueWithAmount(KXImage* source, KXImage* destination, const KXRect* rect,
                                                       float radius, float amount);
-KX_EXPORT int32_t KXEffectsGaussianBlurTrueWithAmountAndMode(KXImage* source, KXImage* destination,
-                                                             const KXRect* rect, float radius, float amount,
-                                                             uint32_t blendMode);
+KX_EXPORT int32_t KXEffectsGaussianBlurTrueWithAmountAndMode(KXImage* source, KXImage* destination, const KXRect* rect,
+                                                             float radius, float amount, uint32_t blendMode);
 
 /* ---- Filters ---- */
 
@@ -220,11 +217,10 @@ KX_EXPORT int32_t KXEffectsCreateLuminosityImage(KXImage* source, KXImage** outI
 KX_EXPORT int32_t KXEffectsMedian(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius);
 /* Replaces a sample by its median where they differ by threshold (0..1) or more; 1 or more copies. At
    16 bits the median is taken on the high byte (m x 257). 8 and 16-bit only. */
-KX_EXPORT int32_t KXEffectsDustAndScratch(KXImage* source, KXImage* destination, const KXRect* rect,
-                                          int32_t radius, float threshold);
+KX_EXPORT int32_t KXEffectsDustAndScratch(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius,
+                                          float threshold);
 /* Tent-weighted mean, weights (radius + 1 - |dx|) x (radius + 1 - |dy|); radius 0 gives the source. */
-KX_EXPORT int32_t KXEffectsTriangularBlur(KXImage* source, KXImage* destination, const KXRect* rect,
-                                          int32_t radius);
+KX_EXPORT int32_t KXEffectsTriangularBlur(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius);
 /* The local standard deviation over the (2 radius + 1) square, from box means of the samples and of their
    squares. Catches: a failure comes back as the status. */
 KX_EXPORT int32_t KXEffectsVariance(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius);
@@ -266,16 +262,15 @@ KX_EXPORT int32_t KXEffectsUnsharpMaskUsingSurfaceBlur(KXImage* source, KXImage*
 KX_EXPORT int32_t KXEffectsUnsharpMaskUsingBoxBlur(KXImage* source, KXImage* destination, const KXRect* rect,
                                                    float amount, int32_t radius, float threshold);
 /* The unsharp mask over a triangular blur of radius. */
-KX_EXPORT int32_t KXEffectsUnsharpMaskUsingTriangularBlur(KXImage* source, KXImage* destination,
-                                                          const KXRect* rect, float amount, int32_t radius,
-                                                          float threshold);
+KX_EXPORT int32_t KXEffectsUnsharpMaskUsingTriangularBlur(KXImage* source, KXImage* destination, const KXRect* rect,
+                                                          float amount, int32_t radius, float threshold);
 /* The difference from a gaussian blur of radius around mid-gray: s - b + 128 (32768, 0.5), clamped. Source
    equal to destination is kKXErrBadParam. Catches: a failure comes back as the status. */
 KX_EXPORT int32_t KXEffectsHighPass(KXImage* source, KXImage* destination, const KXRect* rect, float radius);
 /* The gaussian blur into lowPass and the high pass of it into highPass; lowPass must differ from both.
    Catches: a failure comes back as the status. */
-KX_EXPORT int32_t KXEffectsHighPassAndLowPass(KXImage* source, KXImage* highPass, KXImage* lowPass,
-                                              const KXRect* rect, float radius);
+KX_EXPORT int32_t KXEffectsHighPassAndLowPass(KXImage* source, KXImage* highPass, KXImage* lowPass, const KXRect* rect,
+                                              float radius);
 /* The high pass against a box blur of radius laid over the image in overlay mode, mixed by amount (0..1 and
    beyond); copies unless amount > 0 and radius > 0. Source equal to destination is kKXErrBadParam. */
 KX_EXPORT int32_t KXEffectsSharpenHighPass(KXImage* source, KXImage* destination, const KXRect* rect, float amount,
@@ -287,8 +282,8 @@ KX_EXPORT int32_t KXEffectsSharpenHighPassWithOffset(KXImage* source, KXImage* d
 /* Sharpens the luma of RGB (each plane of other images) against gaussian blurs at radius x 0.5, 2 and 4;
    fineReduction 0..1 takes weight from the finest, threshold (0..1 of white) leaves pixels that change
    less. Copies unless amount > 0 and radius > 0. Catches: a failure comes back as the status. */
-KX_EXPORT int32_t KXEffectsSharpenProgressive(KXImage* source, KXImage* destination, const KXRect* rect,
-                                              float amount, float radius, float fineReduction, float threshold);
+KX_EXPORT int32_t KXEffectsSharpenProgressive(KXImage* source, KXImage* destination, const KXRect* rect, float amount,
+                                              float radius, float fineReduction, float threshold);
 
 /* ---- Colour selection ---- */
 
@@ -300,21 +295,20 @@ KX_EXPORT int32_t KXEffectsSharpenProgressive(KXImage* source, KXImage* destinat
 KX_EXPORT int32_t KXEffectsSelectColor(KXImage* source, KXImage* mask, const KXRect* rect, const float* color,
                                        float range);
 /* Luma from low to high (0..1) with smooth shoulders of 0.075 x feather; low 0 or high 1 leaves that end open. */
-KX_EXPORT int32_t KXEffectsSelectLuminosity(KXImage* source, KXImage* mask, const KXRect* rect, float low,
-                                            float high, float feather);
+KX_EXPORT int32_t KXEffectsSelectLuminosity(KXImage* source, KXImage* mask, const KXRect* rect, float low, float high,
+                                            float feather);
 /* The same on the saturation (max - min) / max. */
-KX_EXPORT int32_t KXEffectsSelectSaturation(KXImage* source, KXImage* mask, const KXRect* rect, float low,
-                                            float high, float feather);
+KX_EXPORT int32_t KXEffectsSelectSaturation(KXImage* source, KXImage* mask, const KXRect* rect, float low, float high,
+                                            float feather);
 /* Luma weight 0 up to rampStart, rising smoothly to 1 at rampFull, 1 up to fallStart, falling to 0 at fallEnd. */
 KX_EXPORT int32_t KXEffectsSelectLuminosityRange(KXImage* source, KXImage* mask, const KXRect* rect, float rampStart,
                                                  float rampFull, float fallStart, float fallEnd);
 /* The same on the saturation. */
-KX_EXPORT int32_t KXEffectsSelectSaturationRange(KXImage* source, KXImage* mask, const KXRect* rect,
-                                                 float rampStart, float rampFull, float fallStart, float fallEnd);
+KX_EXPORT int32_t KXEffectsSelectSaturationRange(KXImage* source, KXImage* mask, const KXRect* rect, float rampStart,
+                                                 float rampFull, float fallStart, float fallEnd);
 /* Presets: 0 to 11 the wheel colours of KXEffectsGetColorForIndex at range; 12 light, 13 mid, 14 dark tones,
    15 low, 16 high saturation, with range as feather. Other codes are kKXErrBadParam. */
-KX_EXPORT int32_t KXEffectsSelectColors(KXImage* source, KXImage* mask, const KXRect* rect, int32_t code,
-                                        float range);
+KX_EXPORT int32_t KXEffectsSelectColors(KXImage* source, KXImage* mask, const KXRect* rect, int32_t code, float range);
 /* The band presets 12 to 16 only, with shoulders range wide (hard edges at range 0); others kKXErrBadParam. */
 KX_EXPORT int32_t KXEffectsSelectColorsWithRange(KXImage* source, KXImage* mask, const KXRect* rect, int32_t code,
                                                  float range);
@@ -337,8 +331,8 @@ KX_EXPORT int32_t KXEffectsFindMaskBounds(KXImage* mask, KXRect* bounds);
 /* RGB only: gray of the filter hue's weights (turns 0..1, 0 red), then midtone contrast (0 none), an
    overlaid 256 x 256 grain tile (null or grainAmount 0: none) and a toner (null colour: none). */
 KX_EXPORT int32_t KXEffectsBlackAndWhite(KXImage* source, KXImage* destination, const KXRect* rect, float filterHue,
-                                         float contrast, KXImage* grainTile, float grainAmount,
-                                         const float* tonerColor, float tonerAmount);
+                                         float contrast, KXImage* grainTile, float grainAmount, const float* tonerColor,
+                                         float tonerAmount);
 /* RGB only: luma plus six responses (red, yellow, green, cyan, blue, magenta; 0 neutral) by how much of
    each colour a pixel has, after an optional overlaid filterColor (three floats 0..1, null: none). */
 KX_EXPORT int32_t KXEffectsBlackAndWhiteColorResponse(KXImage* source, KXImage* destination, const KXRect* rect,
@@ -365,32 +359,30 @@ KX_EXPORT int32_t KXEffectsTemperatureAndTint(KXImage* source, KXImage* destinat
                                               float temperature, float tint);
 KX_EXPORT int32_t KXEffectsTemperatureTintAndVibrance(KXImage* source, KXImage* destination, const KXRect* rect,
                                                       float temperature, float tint, float vibrance);
-KX_EXPORT int32_t KXEffectsTemperatureTintAndSaturation(KXImage* source, KXImage* destination,
-                                                        const KXRect* rect, float temperature, float tint,
-                                                        float saturation);
+KX_EXPORT int32_t KXEffectsTemperatureTintAndSaturation(KXImage* source, KXImage* destination, const KXRect* rect,
+                                                        float temperature, float tint, float saturation);
 KX_EXPORT int32_t KXEffectsTemperatureTintSaturationAndVibrance(KXImage* source, KXImage* destination,
-                                                                const KXRect* rect, float temperature,
-                                                                float tint, float saturation, float vibrance);
+                                                                const KXRect* rect, float temperature, float tint,
+                                                                float saturation, float vibrance);
 KX_EXPORT int32_t KXEffectsVibrance(KXImage* source, KXImage* destination, const KXRect* rect, float vibrance);
 /* RGB only: luminosity mapped through tonerColor (three floats 0..1), black and white kept; amount mixes
    with the source. */
-KX_EXPORT int32_t KXEffectsAddToner(KXImage* source, KXImage* destination, const KXRect* rect,
-                                    const float* tonerColor, float amount);
+KX_EXPORT int32_t KXEffectsAddToner(KXImage* source, KXImage* destination, const KXRect* rect, const float* tonerColor,
+                                    float amount);
 /* The temperature and tint, in hundredths within the bounds (limited to -1..1), that make grayColor most
    neutral; 0, 0 for a colour that is already neutral. A NaN bound is kKXErrBadParam. */
 KX_EXPORT int32_t KXEffectsTemperatureAndTintForGray(const float* grayColor, float* temperature, float* tint);
-KX_EXPORT int32_t KXEffectsTemperatureAndTintForGrayWithRanges(const float* grayColor, float* temperature,
-                                                               float* tint, float minTemperature,
-                                                               float maxTemperature, float minTint,
-                                                               float maxTint);
+KX_EXPORT int32_t KXEffectsTemperatureAndTintForGrayWithRanges(const float* grayColor, float* temperature, float* tint,
+                                                               float minTemperature, float maxTemperature,
+                                                               float minTint, float maxTint);
 /* The temperature and tint that take the gray 192/255 nearest to what curves (three channels or more of
    256 entries) make of it. */
 KX_EXPORT int32_t KXEffectsTemperatureAndTintForCurves(const float* curves, float* temperature, float* tint);
 /* Illuminant presets: 0 and 2 give 0, 0; 1 and 8 leave the values given; 3 to 7 search a colour target
    under that illuminant, in profile's space when one is given; above 8 is kKXErrBadParam. The results may
    reach -4..4. */
-KX_EXPORT int32_t KXEffectsWhiteBalanceTemperatureAndTint(KXColorProfile* profile, uint32_t preset,
-                                                          float* temperature, float* tint);
+KX_EXPORT int32_t KXEffectsWhiteBalanceTemperatureAndTint(KXColorProfile* profile, uint32_t preset, float* temperature,
+                                                          float* tint);
 
 /* ---- Automatic analysis ---- */
 
@@ -420,8 +412,8 @@ KX_EXPORT int32_t KXEffectsAutoTone(KXImage* image, float* black, float* white, 
 /* Black and white points 0..1 of each colour plane, or of the mean of the planes when combined, clipping the
    fractions shadowClip and highlightClip of the pixels (alpha 0 left out); 8 and 16-bit. Fewer than 1000
    pixels or crossed points: kKXErrBadInput, with black 0 and white 1. */
-KX_EXPORT int32_t KXEffectsBlackAndWhitePointsGetPoints(KXImage* image, float* black, float* white,
-                                                        float shadowClip, float highlightClip, bool combined);
+KX_EXPORT int32_t KXEffectsBlackAndWhitePointsGetPoints(KXImage* image, float* black, float* white, float shadowClip,
+                                                        float highlightClip, bool combined);
 /* Curves that stretch black[c]..white[c] of each channel to 0..1; equal points make a step just above them. */
 KX_EXPORT int32_t KXEffectsBlackAndWhitePointsMakeCurves(int32_t numChannels, float* curves, const float* black,
                                                          const float* white);
@@ -441,10 +433,10 @@ KX_EXPORT int32_t KXEffectsEqualizeMakeCurves(KXImage* image, float* curves);
 
 /* RGB only. hue in turns (1 is the identity), saturation and brightness (or lightness) as offsets from 0;
    all 0 copies the rectangle. */
-KX_EXPORT int32_t KXEffectsHueSaturationBrightness(KXImage* source, KXImage* destination, const KXRect* rect,
-                                                   float hue, float saturation, float brightness);
-KX_EXPORT int32_t KXEffectsHueSaturationLightness(KXImage* source, KXImage* destination, const KXRect* rect,
-                                                  float hue, float saturation, float lightness);
+KX_EXPORT int32_t KXEffectsHueSaturationBrightness(KXImage* source, KXImage* destination, const KXRect* rect, float hue,
+                                                   float saturation, float brightness);
+KX_EXPORT int32_t KXEffectsHueSaturationLightness(KXImage* source, KXImage* destination, const KXRect* rect, float hue,
+                                                  float saturation, float lightness);
 /* The eight-hue colour tuner: entries 0 to 7 of each table move one anchor hue (hue -1..1 reaches the
    neighbouring anchor; saturation and brightness are offsets), entry 8 is the master. Temperature and tint
    as KXEffectsTemperatureAndTint run first. RGB only. */
@@ -500,14 +492,14 @@ KX_EXPORT int32_t KXEffectsApplyFilmGrainTile(KXImage* source, KXImage* destinat
 
 /* RGB only: in dark neighbourhoods (the gaussian-blurred luma at radius) shadows (0..1) lifts each channel
    onto a power curve, in bright ones highlights (0..1) holds it back; both 0 copies. */
-KX_EXPORT int32_t KXEffectsShadowsAndHilites(KXImage* source, KXImage* destination, const KXRect* rect,
-                                             float radius, float shadows, float highlights);
+KX_EXPORT int32_t KXEffectsShadowsAndHilites(KXImage* source, KXImage* destination, const KXRect* rect, float radius,
+                                             float shadows, float highlights);
 /* RGB only: outside a protected band of luma (lowBand..highBand, soft by the feathers) the overlay of the
    inverted blurred luma is mixed in at darkAmount below the band and lightAmount above; both not above 0
    copies. */
-KX_EXPORT int32_t KXEffectsApplyContrastMask(KXImage* source, KXImage* destination, const KXRect* rect,
-                                             float radius, float darkAmount, float lowBand, float lowFeather,
-                                             float lightAmount, float highBand, float highFeather);
+KX_EXPORT int32_t KXEffectsApplyContrastMask(KXImage* source, KXImage* destination, const KXRect* rect, float radius,
+                                             float darkAmount, float lowBand, float lowFeather, float lightAmount,
+                                             float highBand, float highFeather);
 /* Below threshold (0..1) each colour sample follows a cubic of slope 1 + strength at black (1 / (1 - s) for
    negative strength) that meets the line at threshold; above it nothing moves. 0 strength copies. */
 KX_EXPORT int32_t KXEffectsAdjustShadows(KXImage* source, KXImage* destination, const KXRect* rect, float strength,
@@ -535,8 +527,8 @@ KX_EXPORT int32_t KXEffectsBrightnessMidtoneContrast(KXImage* source, KXImage* d
 KX_EXPORT int32_t KXEffectsBrightnessMidtoneContrastWithMask(KXImage* source, KXImage* destination, KXImage* mask,
                                                              const KXRect* rect, float brightness,
                                                              float midtoneContrast);
-KX_EXPORT int32_t KXEffectsBrightnessMidtoneContrastMakeCurves(int32_t numChannels, float* curves,
-                                                               float brightness, float midtoneContrast);
+KX_EXPORT int32_t KXEffectsBrightnessMidtoneContrastMakeCurves(int32_t numChannels, float* curves, float brightness,
+                                                               float midtoneContrast);
 /* Brightness with a signed mask: mask values below mid-gray darken by an offset, above it lighten by a
    gain; a null mask gives plain brightness, and with brightness 0 copies. Clamped to 0..1. */
 KX_EXPORT int32_t KXEffectsBrightnessWithMask(KXImage* source, KXImage* destination, const KXRect* rect,
@@ -544,8 +536,7 @@ KX_EXPORT int32_t KXEffectsBrightnessWithMask(KXImage* source, KXImage* destinat
 KX_EXPORT int32_t KXEffectsBrightnessAltMakeCurves(int32_t numChannels, float* curves, float brightness);
 /* The exposure multiplier of a brightness slider: 2b + 1 from 0 up, 1 / (1 - b) below. */
 KX_EXPORT int32_t KXEffectsBrightnessAltToExposure(float brightness, float* exposure);
-KX_EXPORT int32_t KXEffectsMidtoneContrast(KXImage* source, KXImage* destination, const KXRect* rect,
-                                           float strength);
+KX_EXPORT int32_t KXEffectsMidtoneContrast(KXImage* source, KXImage* destination, const KXRect* rect, float strength);
 KX_EXPORT int32_t KXEffectsMidtoneContrastMakeCurves(int32_t numChannels, float* curves, float strength);
 /* Midtone contrast whose slider reaches past +-1 into plain contrast, with a signed mask added to the
    setting at each pixel; a null mask and strength 0 copies. */

@@ -65,7 +65,6 @@ template <class Fn> auto WithFlag(bool flag, Fn&& fn)
     return flag ? fn(std::true_type{}) : fn(std::false_type{});
 }
 
-
 // ---- One gray in every colour plane ----
 
 // gray(in, colourPlanes), in the sample's own scale, stored with + 0.5 to every colour plane.
@@ -244,10 +243,12 @@ int32_t KXEffectsBlackAndWhite(KXImage* source, KXImage* destination, const KXRe
     return EntryPoint(source, destination, rect)
         .RGBOnly()
         .Require([&] { return HasThreeColourPlanes(source); }, kKXErrUnsupported)
-        .Require([&] {
-            return !grainOn ||
-                   (KXImageGetWidth(grainTile) == kGrainTileSize && KXImageGetHeight(grainTile) == kGrainTileSize);
-        }, kKXErrBadInput)
+        .Require(
+            [&] {
+                return !grainOn ||
+                       (KXImageGetWidth(grainTile) == kGrainTileSize && KXImageGetHeight(grainTile) == kGrainTileSize);
+            },
+            kKXErrBadInput)
         .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
             for (int32_t c = 0; c < 3; ++c)
                 settings.weights[c] = hueWeights[c] / sum * SampleTraits<Sample>::kReciprocal;

@@ -236,22 +236,21 @@ struct BlendDivide : PlaneBlendMode<BlendDivide, FourCharCode("fdiv")> {
     static float Plane(float b, float s) { return s > 0.0f ? std::min(b / s, 1.0f) : (b > 0.0f ? 1.0f : 0.0f); }
 };
 
-template <class... Modes> struct BlendModeList {};
+template <class... Modes> struct BlendModeList {
+};
 
 // The one list of the modes, in the library's order; a mode is dispatched once it is here.
-using AllBlendModes =
-    BlendModeList<BlendNormal, BlendDarken, BlendLighten, BlendHue, BlendSaturation, BlendColor, BlendLuminosity,
-                  BlendMultiply, BlendScreen, BlendOverlay, BlendHardLight, BlendSoftLight, BlendDifference,
-                  BlendExclusion, BlendColorDodge, BlendColorBurn, BlendLinearBurn, BlendLinearDodge,
-                  BlendVividLight, BlendLinearLight, BlendPinLight, BlendHardMix, BlendDarkerColor,
-                  BlendLighterColor, BlendSubtract, BlendDivide>;
+using AllBlendModes = BlendModeList<BlendNormal, BlendDarken, BlendLighten, BlendHue, BlendSaturation, BlendColor,
+                                    BlendLuminosity, BlendMultiply, BlendScreen, BlendOverlay, BlendHardLight,
+                                    BlendSoftLight, BlendDifference, BlendExclusion, BlendColorDodge, BlendColorBurn,
+                                    BlendLinearBurn, BlendLinearDodge, BlendVividLight, BlendLinearLight, BlendPinLight,
+                                    BlendHardMix, BlendDarkerColor, BlendLighterColor, BlendSubtract, BlendDivide>;
 
 template <class Mode> struct BlendModeTag {
     using Type = Mode;
 };
 
-template <class Fn, class... Modes>
-int32_t DispatchBlendModeIn(BlendModeList<Modes...>, uint32_t code, Fn& fn)
+template <class Fn, class... Modes> int32_t DispatchBlendModeIn(BlendModeList<Modes...>, uint32_t code, Fn& fn)
 {
     int32_t status = kKXErrBadParam;
     (void)((code == Modes::kCode && ((status = fn(BlendModeTag<Modes>{})), true)) || ...);

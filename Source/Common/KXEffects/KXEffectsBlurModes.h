@@ -32,37 +32,68 @@ template <class Mode> struct BlurModeTag {
 template <class Fn> int32_t DispatchBlurMode(uint32_t code, Fn&& fn)
 {
     switch (code) {
-    case FourCharCode("norm"): return fn(BlurModeTag<BlurNormal>{});
-    case FourCharCode("over"): return fn(BlurModeTag<BlurBlend<BlendOverlay, false>>{});
-    case FourCharCode("scrn"): return fn(BlurModeTag<BlurBlend<BlendScreen, false>>{});
-    case FourCharCode("mul "): return fn(BlurModeTag<BlurBlend<BlendMultiply, false>>{});
-    case FourCharCode("dark"): return fn(BlurModeTag<BlurBlend<BlendDarken, false>>{});
-    case FourCharCode("lite"): return fn(BlurModeTag<BlurBlend<BlendLighten, false>>{});
-    case FourCharCode("diff"): return fn(BlurModeTag<BlurBlend<BlendDifference, false>>{});
-    case FourCharCode("smud"): return fn(BlurModeTag<BlurBlend<BlendExclusion, false>>{});
-    case FourCharCode("div "): return fn(BlurModeTag<BlurBlend<BlendColorDodge, false>>{});
-    case FourCharCode("vidi"): return fn(BlurModeTag<BlurBlend<BlendColorBurn, false>>{});
-    case FourCharCode("lbrn"): return fn(BlurModeTag<BlurBlend<BlendLinearBurn, false>>{});
-    case FourCharCode("lddg"): return fn(BlurModeTag<BlurBlend<BlendLinearDodge, false>>{});
-    case FourCharCode("till"): return fn(BlurModeTag<BlurBlend<BlendLinearLight, false>>{});
-    case FourCharCode("hLit"): return fn(BlurModeTag<BlurBlend<BlendHardLight, false>>{});
-    case FourCharCode("sLit"): return fn(BlurModeTag<BlurBlend<BlendSoftLight, false>>{});
-    case FourCharCode("vLit"): return fn(BlurModeTag<BlurBlend<BlendVividLight, false>>{});
-    case FourCharCode("pLit"): return fn(BlurModeTag<BlurBlend<BlendPinLight, false>>{});
-    case FourCharCode("hMix"): return fn(BlurModeTag<BlurBlend<BlendHardMix, false>>{});
-    case FourCharCode("fsub"): return fn(BlurModeTag<BlurBlend<BlendSubtract, false>>{});
-    case FourCharCode("fdiv"): return fn(BlurModeTag<BlurBlend<BlendDivide, false>>{});
-    case FourCharCode("Over"): return fn(BlurModeTag<BlurBlend<BlendOverlay, true>>{});
-    case FourCharCode("HLit"): return fn(BlurModeTag<BlurBlend<BlendHardLight, true>>{});
-    case FourCharCode("SLit"): return fn(BlurModeTag<BlurBlend<BlendSoftLight, true>>{});
-    case FourCharCode("Div "): return fn(BlurModeTag<BlurBlend<BlendColorDodge, true>>{});
-    case FourCharCode("Vidi"): return fn(BlurModeTag<BlurBlend<BlendColorBurn, true>>{});
-    case FourCharCode("VLit"): return fn(BlurModeTag<BlurBlend<BlendVividLight, true>>{});
-    case FourCharCode("Till"): return fn(BlurModeTag<BlurBlend<BlendLinearLight, true>>{});
-    case FourCharCode("HMix"): return fn(BlurModeTag<BlurBlend<BlendHardMix, true>>{});
-    case FourCharCode("FSub"): return fn(BlurModeTag<BlurBlend<BlendSubtract, true>>{});
-    case FourCharCode("FDiv"): return fn(BlurModeTag<BlurBlend<BlendDivide, true>>{});
-    default: return kKXErrBadParam;
+    case FourCharCode("norm"):
+        return fn(BlurModeTag<BlurNormal>{});
+    case FourCharCode("over"):
+        return fn(BlurModeTag<BlurBlend<BlendOverlay, false>>{});
+    case FourCharCode("scrn"):
+        return fn(BlurModeTag<BlurBlend<BlendScreen, false>>{});
+    case FourCharCode("mul "):
+        return fn(BlurModeTag<BlurBlend<BlendMultiply, false>>{});
+    case FourCharCode("dark"):
+        return fn(BlurModeTag<BlurBlend<BlendDarken, false>>{});
+    case FourCharCode("lite"):
+        return fn(BlurModeTag<BlurBlend<BlendLighten, false>>{});
+    case FourCharCode("diff"):
+        return fn(BlurModeTag<BlurBlend<BlendDifference, false>>{});
+    case FourCharCode("smud"):
+        return fn(BlurModeTag<BlurBlend<BlendExclusion, false>>{});
+    case FourCharCode("div "):
+        return fn(BlurModeTag<BlurBlend<BlendColorDodge, false>>{});
+    case FourCharCode("vidi"):
+        return fn(BlurModeTag<BlurBlend<BlendColorBurn, false>>{});
+    case FourCharCode("lbrn"):
+        return fn(BlurModeTag<BlurBlend<BlendLinearBurn, false>>{});
+    case FourCharCode("lddg"):
+        return fn(BlurModeTag<BlurBlend<BlendLinearDodge, false>>{});
+    case FourCharCode("till"):
+        return fn(BlurModeTag<BlurBlend<BlendLinearLight, false>>{});
+    case FourCharCode("hLit"):
+        return fn(BlurModeTag<BlurBlend<BlendHardLight, false>>{});
+    case FourCharCode("sLit"):
+        return fn(BlurModeTag<BlurBlend<BlendSoftLight, false>>{});
+    case FourCharCode("vLit"):
+        return fn(BlurModeTag<BlurBlend<BlendVividLight, false>>{});
+    case FourCharCode("pLit"):
+        return fn(BlurModeTag<BlurBlend<BlendPinLight, false>>{});
+    case FourCharCode("hMix"):
+        return fn(BlurModeTag<BlurBlend<BlendHardMix, false>>{});
+    case FourCharCode("fsub"):
+        return fn(BlurModeTag<BlurBlend<BlendSubtract, false>>{});
+    case FourCharCode("fdiv"):
+        return fn(BlurModeTag<BlurBlend<BlendDivide, false>>{});
+    case FourCharCode("Over"):
+        return fn(BlurModeTag<BlurBlend<BlendOverlay, true>>{});
+    case FourCharCode("HLit"):
+        return fn(BlurModeTag<BlurBlend<BlendHardLight, true>>{});
+    case FourCharCode("SLit"):
+        return fn(BlurModeTag<BlurBlend<BlendSoftLight, true>>{});
+    case FourCharCode("Div "):
+        return fn(BlurModeTag<BlurBlend<BlendColorDodge, true>>{});
+    case FourCharCode("Vidi"):
+        return fn(BlurModeTag<BlurBlend<BlendColorBurn, true>>{});
+    case FourCharCode("VLit"):
+        return fn(BlurModeTag<BlurBlend<BlendVividLight, true>>{});
+    case FourCharCode("Till"):
+        return fn(BlurModeTag<BlurBlend<BlendLinearLight, true>>{});
+    case FourCharCode("HMix"):
+        return fn(BlurModeTag<BlurBlend<BlendHardMix, true>>{});
+    case FourCharCode("FSub"):
+        return fn(BlurModeTag<BlurBlend<BlendSubtract, true>>{});
+    case FourCharCode("FDiv"):
+        return fn(BlurModeTag<BlurBlend<BlendDivide, true>>{});
+    default:
+        return kKXErrBadParam;
     }
 }
 

@@ -198,7 +198,7 @@ KX_AVX2_CLONES void SumLine(const Sample* line, int32_t windowWidth, int32_t wid
 // sample, then lets the oldest slot go. Each index is read before it is written, so kept may be out.
 template <class Sample, class Sum, class Finish>
 KX_AVX2_CLONES void FinishLine(Sum* columns, const Sum* added, const Sum* dropped, const Sample* kept, Sample* out,
-                ptrdiff_t count, Finish finish)
+                               ptrdiff_t count, Finish finish)
 {
 #pragma GCC ivdep
     for (ptrdiff_t i = 0; i < count; ++i) {
@@ -279,8 +279,8 @@ void BoxBlurKernel(const BoxImages& images, const CEffectRect& rect, const BoxWi
             Sum* added = sums.Slot(int64_t(y) + sums.Slots() - 1);
             sumLine(rect.top + window.bottom + y, added);
             const Sample* reference = ReadReferenceLine<Sample, Finish>(referenceView, rect.top + y, rect.left, width);
-            auto* out = static_cast<Sample*>(
-                destinationView.WriteRow(rect.top - offset.y + y, rect.left - offset.x, width));
+            auto* out =
+                static_cast<Sample*>(destinationView.WriteRow(rect.top - offset.y + y, rect.left - offset.x, width));
             const Sample* kept = Finish::kUsesReference ? reference : out;
             alpha.Save(kept, width, planes, colourPlanes);
             FinishLine(sums.Columns(), added, sums.Slot(y), kept, out, ptrdiff_t(width) * planes, finish);
@@ -352,13 +352,13 @@ int32_t BoxBlurBlendDispatch(KXImage* reference, KXImage* source, KXImage* desti
                              int32_t radius, KXPoint offset, float amount)
 {
     return RadiusDispatch<BlendFinishOf<Mode>::template Finish>({reference, source, destination}, rect, radius, offset,
-                                                               {amount, 0.0f});
+                                                                {amount, 0.0f});
 }
 
 } // namespace
 
-int32_t BoxBlurDispatch(KXImage* reference, KXImage* source, KXImage* destination, const KXRect* rect,
-                        int32_t radius, KXPoint offset, float amount)
+int32_t BoxBlurDispatch(KXImage* reference, KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius,
+                        KXPoint offset, float amount)
 {
     return RadiusDispatch<AmountFinish>({reference, source, destination}, rect, radius, offset, {amount, 0.0f});
 }
@@ -366,12 +366,11 @@ int32_t BoxBlurDispatch(KXImage* reference, KXImage* source, KXImage* destinatio
 int32_t BoxBlurThresholdDispatch(KXImage* reference, KXImage* source, KXImage* destination, const KXRect* rect,
                                  int32_t radius, KXPoint offset, float amount, float threshold)
 {
-    return RadiusDispatch<ThresholdFinish>({reference, source, destination}, rect, radius, offset,
-                                           {amount, threshold});
+    return RadiusDispatch<ThresholdFinish>({reference, source, destination}, rect, radius, offset, {amount, threshold});
 }
 
-int32_t BoxBlurPlainDispatch(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius,
-                             KXPoint offset, float amount)
+int32_t BoxBlurPlainDispatch(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius, KXPoint offset,
+                             float amount)
 {
     return RadiusDispatch<PlainFinish>({nullptr, source, destination}, rect, radius, offset, {amount, 0.0f});
 }
@@ -401,8 +400,8 @@ int32_t KXEffectsBoxBlurWithOffset(KXImage* source, KXImage* destination, const 
     return KXEffectsBoxBlurWithOffsetAndAmount(source, destination, rect, radius, offset, 1.0f);
 }
 
-int32_t KXEffectsBoxBlurWithOffsetAndAmount(KXImage* source, KXImage* destination, const KXRect* rect,
-                                            int32_t radius, KXPoint offset, float amount)
+int32_t KXEffectsBoxBlurWithOffsetAndAmount(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius,
+                                            KXPoint offset, float amount)
 {
     if (!source || !destination || !rect)
         return kKXErrBadParam;

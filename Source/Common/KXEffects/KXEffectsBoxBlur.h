@@ -12,8 +12,8 @@
 inline constexpr KXPoint kNoOffset = {0, 0};
 
 // s (1 - amount) + mean x amount over the square window of the radius.
-int32_t BoxBlurDispatch(KXImage* reference, KXImage* source, KXImage* destination, const KXRect* rect,
-                        int32_t radius, KXPoint offset, float amount);
+int32_t BoxBlurDispatch(KXImage* reference, KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius,
+                        KXPoint offset, float amount);
 
 // The mean (times amount) where it differs from s by at least threshold (0..1 of white), else s.
 int32_t BoxBlurThresholdDispatch(KXImage* reference, KXImage* source, KXImage* destination, const KXRect* rect,
@@ -26,5 +26,5 @@ int32_t BoxBlurModeDispatch(KXImage* reference, KXImage* source, KXImage* destin
 
 // The mean times amount, colour planes only: alpha of destination stays as its buffer holds it, which
 // suits work images between passes.
-int32_t BoxBlurPlainDispatch(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius,
-                             KXPoint offset, float amount);
+int32_t BoxBlurPlainDispatch(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius, KXPoint offset,
+                             float amount);

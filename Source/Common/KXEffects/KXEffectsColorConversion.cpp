@@ -103,9 +103,10 @@ void ConvertImageKernel(KXImage* source, KXImage* destination, const CEffectRect
     const int32_t destinationAlpha = KXImageGetTransparency(destination);
     const ConversionLayout layout{InputPlanes(Conversion) + sourceAlpha, OutputPlanes(Conversion) + destinationAlpha,
                                   sourceAlpha != 0, destinationAlpha != 0};
-    WalkRows<Sample>(
-        rect, Sources<Sample>{source}, destination, {.alphaSource = RowWalkOrder::kNoAlphaCopy},
-        [&](int32_t, const Sample* in, Sample* out) { ConvertRow<Sample, Conversion>(in, out, rect.Width(), layout); });
+    WalkRows<Sample>(rect, Sources<Sample>{source}, destination, {.alphaSource = RowWalkOrder::kNoAlphaCopy},
+                     [&](int32_t, const Sample* in, Sample* out) {
+                         ConvertRow<Sample, Conversion>(in, out, rect.Width(), layout);
+                     });
 }
 
 using ImageKernel = void (*)(KXImage*, KXImage*, const CEffectRect&);
@@ -166,8 +167,9 @@ int32_t KXEffectsConvertImageMode(KXImage* source, KXImage* destination, const K
     // Conversion 7 makes RGB of one gray plane; the others read three colour planes.
     return EntryPoint(source, destination, rect)
         .Require(conversion >= 0 && conversion < kImageConversions, kKXErrBadParam)
-        .Require([&] { return KXImageGetNumPlanes(source) - KXImageGetTransparency(source) == (conversion == 7 ? 1 : 3); },
-                 kKXErrUnsupported)
+        .Require(
+            [&] { return KXImageGetNumPlanes(source) - KXImageGetTransparency(source) == (conversion == 7 ? 1 : 3); },
+            kKXErrUnsupported)
         .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
             static constexpr auto kernels =
                 ImageKernels<Sample>(std::make_integer_sequence<int32_t, kImageConversions>{});

@@ -163,12 +163,30 @@ inline void ChromaHueToRGB(float chroma, float hue, float* rgb)
     const float f = 6.0f * hue - float(sector);
     float red = 0.0f, green = 0.0f, blue = 0.0f;
     switch (sector) {
-    case 1: green = chroma; red = (1.0f - f) * chroma; break;
-    case 2: green = chroma; blue = f * chroma; break;
-    case 3: blue = chroma; green = (1.0f - f) * chroma; break;
-    case 4: blue = chroma; red = f * chroma; break;
-    case 5: red = chroma; blue = (1.0f - f) * chroma; break;
-    default: red = chroma; green = f * chroma; break;
+    case 1:
+        green = chroma;
+        red = (1.0f - f) * chroma;
+        break;
+    case 2:
+        green = chroma;
+        blue = f * chroma;
+        break;
+    case 3:
+        blue = chroma;
+        green = (1.0f - f) * chroma;
+        break;
+    case 4:
+        blue = chroma;
+        red = f * chroma;
+        break;
+    case 5:
+        red = chroma;
+        blue = (1.0f - f) * chroma;
+        break;
+    default:
+        red = chroma;
+        green = f * chroma;
+        break;
     }
     rgb[0] = red;
     rgb[1] = green;

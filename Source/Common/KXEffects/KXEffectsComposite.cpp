@@ -416,15 +416,14 @@ int32_t KXEffectsBlendImagesWithOpacitiesAndMasks(KXImage* upper, float upperOpa
         });
 }
 
-int32_t KXEffectsBlendImages(KXImage* upper, KXImage* lower, KXImage* destination, const KXRect* rect,
-                             uint32_t mode)
+int32_t KXEffectsBlendImages(KXImage* upper, KXImage* lower, KXImage* destination, const KXRect* rect, uint32_t mode)
 {
     return KXEffectsBlendImagesWithOpacitiesAndMasks(upper, 1.0f, nullptr, lower, 1.0f, nullptr, destination, rect,
                                                      mode);
 }
 
-int32_t KXEffectsMixImages(KXImage* image1, KXImage* image2, KXImage* destination, const KXRect* rect,
-                           float weight1, float weight2)
+int32_t KXEffectsMixImages(KXImage* image1, KXImage* image2, KXImage* destination, const KXRect* rect, float weight1,
+                           float weight2)
 {
     return EntryPoint(image1, destination, rect)
         .Requires(image2)

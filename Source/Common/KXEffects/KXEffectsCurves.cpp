@@ -143,8 +143,8 @@ int32_t KXEffectsApplyCurves(KXImage* source, KXImage* destination, const KXRect
     return KXEffectsApplyCurvesWithAmount(source, destination, rect, curves, 1.0f);
 }
 
-int32_t KXEffectsApplyCurvesWithAmount(KXImage* source, KXImage* destination, const KXRect* rect,
-                                       const float* curves, float amount)
+int32_t KXEffectsApplyCurvesWithAmount(KXImage* source, KXImage* destination, const KXRect* rect, const float* curves,
+                                       float amount)
 {
     // No amount is a plain copy, whatever the depth.
     return EntryPoint(source, destination, rect)

@@ -49,10 +49,12 @@ int32_t KXEffectsSolarize(KXImage* source, KXImage* destination, const KXRect* r
 {
     // Unlike the other effects, solarize reports an unknown depth as a bad image format.
     return EntryPoint(source, destination, rect)
-        .Require([&] {
-            const int32_t depth = KXImageGetDepth(source);
-            return depth == 8 || depth == 16 || depth == 32;
-        }, kKXErrBadImageFormat)
+        .Require(
+            [&] {
+                const int32_t depth = KXImageGetDepth(source);
+                return depth == 8 || depth == 16 || depth == 32;
+            },
+            kKXErrBadImageFormat)
         .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
             return SolarizeKernel<Sample>(source, destination, effectRect);
         });

@@ -78,8 +78,8 @@ template <class Sample> inline Sample StoreEmboss(float value)
 
 using WindowFormula = float (*)(const Window3&, float);
 
-template <class Sample> inline void LoadWindow(const Sample* up, const Sample* at, const Sample* down, int32_t step,
-                                               Window3& w)
+template <class Sample>
+inline void LoadWindow(const Sample* up, const Sample* at, const Sample* down, int32_t step, Window3& w)
 {
     for (int32_t k = 0; k < 3; ++k) {
         w.up[k] = float(up[(k - 1) * step]);
@@ -223,8 +223,8 @@ int32_t EmbossKernel(KXImage* source, KXImage* destination, const CEffectRect& r
 
 // In place, a filter would read lines it has already written; it reads a copy of the rectangle grown by
 // its reach instead, made with the edge replication of the views.
-KXImage* ReadableSource(KXImage* source, KXImage* destination, const CEffectRect& rect, int32_t reachX,
-                        int32_t reachY, CImageRef& copy)
+KXImage* ReadableSource(KXImage* source, KXImage* destination, const CEffectRect& rect, int32_t reachX, int32_t reachY,
+                        CImageRef& copy)
 {
     if (source != destination)
         return source;

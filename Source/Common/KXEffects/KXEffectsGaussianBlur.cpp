@@ -204,8 +204,8 @@ int32_t KXEffectsGaussianBlurWithAmount(KXImage* source, KXImage* destination, c
     return KXEffectsGaussianBlurWithAmountAndMode(source, destination, rect, radius, amount, FourCharCode("norm"));
 }
 
-int32_t KXEffectsGaussianBlurWithAmountAndMode(KXImage* source, KXImage* destination, const KXRect* rect,
-                                               float radius, float amount, uint32_t blendMode)
+int32_t KXEffectsGaussianBlurWithAmountAndMode(KXImage* source, KXImage* destination, const KXRect* rect, float radius,
+                                               float amount, uint32_t blendMode)
 {
     // Written so that a NaN radius takes the true blur.
     if (radius >= 10.0f)
@@ -221,8 +221,7 @@ int32_t KXEffectsGaussianBlurTrue(KXImage* source, KXImage* destination, const K
 int32_t KXEffectsGaussianBlurTrueWithAmount(KXImage* source, KXImage* destination, const KXRect* rect, float radius,
                                             float amount)
 {
-    return KXEffectsGaussianBlurTrueWithAmountAndMode(source, destination, rect, radius, amount,
-                                                      FourCharCode("norm"));
+    return KXEffectsGaussianBlurTrueWithAmountAndMode(source, destination, rect, radius, amount, FourCharCode("norm"));
 }
 
 int32_t KXEffectsGaussianBlurTrueWithAmountAndMode(KXImage* source, KXImage* destination, const KXRect* rect,
@@ -237,8 +236,8 @@ int32_t KXEffectsGaussianBlurTrueWithAmountAndMode(KXImage* source, KXImage* des
     const int32_t status = DispatchImageDepth(source, [&](auto sampleTag) {
         return DispatchBlurMode(blendMode, [&](auto modeTag) -> int32_t {
             using Sample = typename decltype(sampleTag)::Type;
-            TrueBlurKernel<Sample, typename decltype(modeTag)::Type>(source, destination, effectRect, radius,
-                                                                      halfWidth, amount);
+            TrueBlurKernel<Sample, typename decltype(modeTag)::Type>(source, destination, effectRect, radius, halfWidth,
+                                                                     amount);
             return kKXNoErr;
         });
     });

@@ -45,8 +45,7 @@ int32_t KXEffectsGaussianBlurFast(KXImage* source, KXImage* destination, const K
 int32_t KXEffectsGaussianBlurFastWithAmount(KXImage* source, KXImage* destination, const KXRect* rect, float radius,
                                             float amount)
 {
-    return KXEffectsGaussianBlurFastWithAmountAndMode(source, destination, rect, radius, amount,
-                                                      FourCharCode("norm"));
+    return KXEffectsGaussianBlurFastWithAmountAndMode(source, destination, rect, radius, amount, FourCharCode("norm"));
 }
 
 int32_t KXEffectsGaussianBlurFastWithAmountAndMode(KXImage* source, KXImage* destination, const KXRect* rect,
@@ -54,7 +53,6 @@ int32_t KXEffectsGaussianBlurFastWithAmountAndMode(KXImage* source, KXImage* des
 {
     if (!source || !destination || !rect)
         return kKXErrBadParam;
-    return KXEffectsCatchStatus(kSourceFile, __LINE__, [&] {
-        return FastGaussianBlur(source, destination, rect, radius, amount, blendMode);
-    });
+    return KXEffectsCatchStatus(kSourceFile, __LINE__,
+                                [&] { return FastGaussianBlur(source, destination, rect, radius, amount, blendMode); });
 }

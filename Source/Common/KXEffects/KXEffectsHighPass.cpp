@@ -4,8 +4,7 @@
 
 #include <algorithm>
 
-namespace
-{
+namespace {
 
 constexpr const char* kSourceFile = "Source/Common/KXEffects/KXEffectsHighPass";
 

@@ -73,8 +73,8 @@ void HueSaturationLightnessKernel(KXImage* source, KXImage* destination, const C
 
 // The common frame: RGB only, all settings 0 copies.
 template <class Kernel>
-int32_t HueFrame(KXImage* source, KXImage* destination, const KXRect* rect, float hue, float saturation,
-                 float third, Kernel&& kernel)
+int32_t HueFrame(KXImage* source, KXImage* destination, const KXRect* rect, float hue, float saturation, float third,
+                 Kernel&& kernel)
 {
     return EntryPoint(source, destination, rect)
         .RGBOnly()
@@ -93,8 +93,8 @@ constexpr float kTuneColorAnchors[kAnchors] = {0.09215686f, 0.14117648f, 0.30980
                                                0.55490196f, 0.81764704f, 0.89019608f, 0.94313723f};
 constexpr float kAnchorGaps[kAnchors] = {0.04901961f, 0.16862746f, 0.16862744f, 0.07647058f,
                                          0.26274508f, 0.07254905f, 0.05294114f, 0.14901965f};
-constexpr float kReciprocalGaps[kAnchors] = {20.399998f, 5.9302325f, 5.930233f,  13.076924f,
-                                             3.8059704f, 13.783779f, 18.8889f,   6.7105241f};
+constexpr float kReciprocalGaps[kAnchors] = {20.399998f, 5.9302325f, 5.930233f, 13.076924f,
+                                             3.8059704f, 13.783779f, 18.8889f,  6.7105241f};
 
 struct TunerTables {
     float hueShifts[kTableEntries];
@@ -257,16 +257,15 @@ const float* KXEffectsTuneColorsGetHueTables(const float* hues, const float* sat
                                              float* hueShifts, float* saturationGains, float* brightnessGains,
                                              float* reciprocalGaps)
 {
-    if (!hues || !saturations || !brightnesses || !hueShifts || !saturationGains || !brightnessGains ||
-        !reciprocalGaps)
+    if (!hues || !saturations || !brightnesses || !hueShifts || !saturationGains || !brightnessGains || !reciprocalGaps)
         return nullptr;
     for (int32_t slot = 0; slot < kAnchors; ++slot) {
         const int32_t index = (slot + 1) % kAnchors;
         saturationGains[slot] = saturations[index];
         brightnessGains[slot] = brightnesses[index];
         // 1 moves the anchor onto the next one, -1 onto the one before.
-        hueShifts[slot] = hues[index] * (hues[index] >= 0.0f ? kAnchorGaps[slot]
-                                                             : kAnchorGaps[(slot + kAnchors - 1) % kAnchors]);
+        hueShifts[slot] =
+            hues[index] * (hues[index] >= 0.0f ? kAnchorGaps[slot] : kAnchorGaps[(slot + kAnchors - 1) % kAnchors]);
         reciprocalGaps[slot] = kReciprocalGaps[slot];
     }
     saturationGains[kMaster] = saturations[kMaster] + 1.0f;
@@ -275,8 +274,8 @@ const float* KXEffectsTuneColorsGetHueTables(const float* hues, const float* sat
     return kTuneColorAnchors;
 }
 
-int32_t KXEffectsTuneColors(KXImage* source, KXImage* destination, const KXRect* rect, float temperature,
-                            float tint, const float* hues, const float* saturations, const float* brightnesses)
+int32_t KXEffectsTuneColors(KXImage* source, KXImage* destination, const KXRect* rect, float temperature, float tint,
+                            const float* hues, const float* saturations, const float* brightnesses)
 {
     const auto tables = [&] { return TunerTablesOf(temperature, tint, hues, saturations, brightnesses); };
     return EntryPoint(source, destination, rect)
@@ -308,8 +307,8 @@ int32_t KXEffectsColorize(KXImage* source, KXImage* destination, const KXRect* r
         });
 }
 
-int32_t KXEffectsChannelMixer(KXImage* source, KXImage* destination, const KXRect* rect, float redRed,
-                              float redGreen, float redBlue, float greenRed, float greenGreen, float greenBlue)
+int32_t KXEffectsChannelMixer(KXImage* source, KXImage* destination, const KXRect* rect, float redRed, float redGreen,
+                              float redBlue, float greenRed, float greenGreen, float greenBlue)
 {
     const MixerRow rows[2] = {{redRed, redGreen, redBlue}, {greenRed, greenGreen, greenBlue}};
     // The third plane and beyond take fixed terms, not products: they come out white.

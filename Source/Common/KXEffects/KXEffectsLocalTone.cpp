@@ -142,8 +142,8 @@ int32_t KXEffectsShadowsAndHilites(KXImage* source, KXImage* destination, const 
 }
 
 int32_t KXEffectsApplyContrastMask(KXImage* source, KXImage* destination, const KXRect* rect, float radius,
-                                   float darkAmount, float lowBand, float lowFeather, float lightAmount,
-                                   float highBand, float highFeather)
+                                   float darkAmount, float lowBand, float lowFeather, float lightAmount, float highBand,
+                                   float highFeather)
 {
     const ContrastMaskSettings settings{darkAmount,
                                         lightAmount,

@@ -145,8 +145,8 @@ template <class Sample> struct RankJob {
 };
 
 template <class Sample, class Count, class Bins>
-void RankPlane(const RankJob<Sample>& job, MovingHistogram<Count, Bins>& histogram, int32_t plane,
-               const Sample* in, Sample* out)
+void RankPlane(const RankJob<Sample>& job, MovingHistogram<Count, Bins>& histogram, int32_t plane, const Sample* in,
+               Sample* out)
 {
     const Sample* columns = job.Columns(plane);
     const int32_t window = job.window;
@@ -164,8 +164,8 @@ template <class Sample, class Count, class Bins>
 int32_t RankKernel(KXImage* source, KXImage* destination, const CEffectRect& rect, int32_t radius, int32_t threshold)
 {
     const int32_t window = 2 * radius + 1;
-    RankJob<Sample> job{window, rect.Width() + 2 * radius, rect.Width(), uint32_t(window) * uint32_t(window),
-                        threshold, LayoutOf(destination), nullptr};
+    RankJob<Sample> job{window,    rect.Width() + 2 * radius, rect.Width(), uint32_t(window) * uint32_t(window),
+                        threshold, LayoutOf(destination),     nullptr};
     CAlignedBuffer ring(size_t(job.layout.colourPlanes) * size_t(job.span) * size_t(window) * sizeof(Sample));
     CAlignedBuffer counts(sizeof(Count) * MovingHistogram<Count, Bins>::kCounts);
     job.ring = ring.As<Sample>();

@@ -25,6 +25,7 @@ constexpr uint32_t kNoiseSeedStart = 123456789u;
 constexpr uint32_t kNoiseMultiplier = 987654321u;
 constexpr int32_t kNoiseTileSize = 256;
 constexpr int32_t kNoiseTileMask = kNoiseTileSize - 1;
+constexpr size_t kNoiseTileArea = size_t(kNoiseTileSize) * kNoiseTileSize;
 
 // The generator state of the whole process: every kernel reseeds it and stores its running state back after
 // each row, without a lock, so calls that overlap share one stream. Atomic only to keep such calls defined.
@@ -39,16 +40,16 @@ constexpr uint16_t NoiseTileEntry(uint32_t index)
     return uint16_t((x ^ (x >> 16)) >> 16);
 }
 
-constexpr std::array<uint16_t, kNoiseTileSize * kNoiseTileSize> MakeNoiseTile()
+constexpr std::array<uint16_t, kNoiseTileArea> MakeNoiseTile()
 {
-    std::array<uint16_t, kNoiseTileSize * kNoiseTileSize> tile{};
+    std::array<uint16_t, kNoiseTileArea> tile{};
     for (uint32_t i = 0; i < tile.size(); ++i)
         tile[i] = NoiseTileEntry(i);
     return tile;
 }
 
 // 256 rows of 256 entries, row major; fixed data made by the compiler, the same in every run.
-constexpr std::array<uint16_t, kNoiseTileSize * kNoiseTileSize> noiseTile = MakeNoiseTile();
+constexpr std::array<uint16_t, kNoiseTileArea> noiseTile = MakeNoiseTile();
 
 // state = state x 987654321 mod 2^32 (no additive term), then u = state x 2^-32 - 0.5, in [-0.5, 0.5)
 inline float NextNoise(uint32_t& state)
@@ -99,18 +100,17 @@ int32_t NoiseKernel(KXImage* source, KXImage* destination, const CEffectRect& re
 {
     const float scale = amount * kWhite<Sample> * 2.0f;
     noiseSeed.store(kNoiseSeedStart, std::memory_order_relaxed);
-    ForEachRow<Sample>(
-        source, destination, rect,
-        [&](int32_t row, const Sample* in, Sample* out, int32_t width, const PixelLayout& layout) {
-            uint32_t state = noiseSeed.load(std::memory_order_relaxed);
-            const uint16_t* tileRow = noiseTile.data() + (row & kNoiseTileMask) * kNoiseTileSize;
-            WithPlaneCounts(layout, [&](auto planes, auto colourPlanes) {
-                for (int32_t i = 0; i < width; ++i)
-                    NoisyPixel<Type>(in + i * planes, out + i * planes, colourPlanes, state, tileRow, rect.left + i,
-                                     scale);
-            });
-            noiseSeed.store(state, std::memory_order_relaxed);
-        });
+    ForEachRow<Sample>(source, destination, rect,
+                       [&](int32_t row, const Sample* in, Sample* out, int32_t width, const PixelLayout& layout) {
+                           uint32_t state = noiseSeed.load(std::memory_order_relaxed);
+                           const uint16_t* tileRow = noiseTile.data() + (row & kNoiseTileMask) * kNoiseTileSize;
+                           WithPlaneCounts(layout, [&](auto planes, auto colourPlanes) {
+                               for (int32_t i = 0; i < width; ++i)
+                                   NoisyPixel<Type>(in + i * planes, out + i * planes, colourPlanes, state, tileRow,
+                                                    rect.left + i, scale);
+                           });
+                           noiseSeed.store(state, std::memory_order_relaxed);
+                       });
     return kKXNoErr;
 }
 
@@ -402,8 +402,7 @@ int32_t KXEffectsAddNoise(KXImage* source, KXImage* destination, const KXRect* r
     });
 }
 
-int32_t KXEffectsApplyFilmGrain(KXImage* source, KXImage* destination, const KXRect* rect, KXImage* grain,
-                                float amount)
+int32_t KXEffectsApplyFilmGrain(KXImage* source, KXImage* destination, const KXRect* rect, KXImage* grain, float amount)
 {
     if (!destination || !rect)
         return kKXErrBadParam;

@@ -163,20 +163,26 @@ template <class Fn> int32_t DispatchFilterKind(int32_t filterKind, Fn&& fn)
 {
     using std::integral_constant;
     switch (filterKind) {
-    case kFlat: return fn(integral_constant<int32_t, kFlat>{});
-    case kLinear: return fn(integral_constant<int32_t, kLinear>{});
-    case kLinearTwoColours: return fn(integral_constant<int32_t, kLinearTwoColours>{});
-    case kRadial: return fn(integral_constant<int32_t, kRadial>{});
-    case kRadialTwoColours: return fn(integral_constant<int32_t, kRadialTwoColours>{});
-    default: return kKXErrBadParam;
+    case kFlat:
+        return fn(integral_constant<int32_t, kFlat>{});
+    case kLinear:
+        return fn(integral_constant<int32_t, kLinear>{});
+    case kLinearTwoColours:
+        return fn(integral_constant<int32_t, kLinearTwoColours>{});
+    case kRadial:
+        return fn(integral_constant<int32_t, kRadial>{});
+    case kRadialTwoColours:
+        return fn(integral_constant<int32_t, kRadialTwoColours>{});
+    default:
+        return kKXErrBadParam;
     }
 }
 
 // The mode and the filter kind resolved once into one kernel; saturation exactly 0 takes the kernel
 // without the saturation step.
 template <class Sample>
-int32_t PhotoFilter(KXImage* source, KXImage* destination, const CEffectRect& rect, int32_t filterKind,
-                    uint32_t mode, const FilterSetup& setup)
+int32_t PhotoFilter(KXImage* source, KXImage* destination, const CEffectRect& rect, int32_t filterKind, uint32_t mode,
+                    const FilterSetup& setup)
 {
     return DispatchBlendMode(mode, [&](auto modeTag) {
         using Mode = typename decltype(modeTag)::Type;

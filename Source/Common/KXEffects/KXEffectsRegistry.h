@@ -10,8 +10,7 @@
 inline int32_t PhotoFilterWithFixedArguments(KXImage* source, KXImage* destination, const KXRect* rect,
                                              int32_t filterKind, float saturation, float contrast, uint32_t mode,
                                              KXEffectsFloatPoint centre, float angleOrRadius, float lengthOrFeather,
-                                             const float* colour1, float opacity1, const float* colour2,
-                                             float opacity2)
+                                             const float* colour1, float opacity1, const float* colour2, float opacity2)
 {
     return KXEffectsPhotoFilter(source, destination, rect, filterKind, saturation, contrast, mode, centre,
                                 double(angleOrRadius), double(lengthOrFeather), colour1, double(opacity1), colour2,
@@ -24,7 +23,8 @@ inline constexpr ArgSpec kAmount = FloatArg("amount", "0", "0.6", 0, 1, "0..1 mi
 inline constexpr ArgSpec kBlurAmount = FloatArg("amount", "0", "1", 0, 1, "0..1 mix of the blur with the input");
 inline constexpr ArgSpec kBoxRadius = IntegerRadiusArg("radius", "0", "4", 0, 1000, "pixels around each sample");
 inline constexpr ArgSpec kGaussianRadius = RadiusArg("radius", "0", "4", 0, 1000, "standard deviation in pixels");
-inline constexpr ArgSpec kOffset = PointArg("offset", "0,0", "3,2", "x,y subtracted from the coordinates of the result");
+inline constexpr ArgSpec kOffset =
+    PointArg("offset", "0,0", "3,2", "x,y subtracted from the coordinates of the result");
 inline constexpr ArgSpec kBlurMode =
     ModeArg("blend-mode", "norm", "scrn", "how the blur is laid over the sample: norm, mul, scrn, over, ...");
 inline constexpr ArgSpec kMode = ModeArg("mode", "norm", "mul", "four characters such as norm, mul, scrn, over, lum");
@@ -34,7 +34,8 @@ inline constexpr ArgSpec kSurfaceThreshold =
 inline constexpr ArgSpec kSharpenAmount = FloatArg("amount", "0", "1", 0, 5, "gain on the difference; 0 copies");
 inline constexpr ArgSpec kSharpenThreshold =
     FloatArg("threshold", "0", "0", 0, 1, "0..1 of white: smaller differences are left");
-inline constexpr ArgSpec kMask = MaskArg("mask", "a one-plane image; none leaves the settings as they are", kArgOptional);
+inline constexpr ArgSpec kMask =
+    MaskArg("mask", "a one-plane image; none leaves the settings as they are", kArgOptional);
 inline constexpr ArgSpec kSignedMask =
     MaskArg("mask", "a one-plane image: below mid-gray subtracts, above adds; none leaves it", kArgOptional);
 inline constexpr ArgSpec kBrightness = FloatArg("brightness", "0", "0.3", -1, 1, "-1..1; 0 leaves it");

@@ -14,27 +14,27 @@
 // What each argument of an entry point is, in its order. The kinds that carry images say what the caller
 // hands in: the source, a further input, a one-plane mask, or a destination of a given shape.
 enum class ArgKind : uint8_t {
-    Source,          // KXImage*: the input whose depth picks the kernel
-    Destination,     // KXImage*: the result, of the source's shape
-    MaskDestination, // KXImage*: the result, one plane of the source's depth and size
-    ExtraDestination,// KXImage*: a second result of the source's shape
-    InPlace,         // KXImage*: source and destination in one
-    Image,           // KXImage*: a further input of the source's depth
-    Mask,            // KXImage*: a one-plane input of the source's depth
-    Masks,           // CFArrayRef of one-plane images
-    Rect,            // const KXRect*
-    Float,           // float
-    Integer,         // int32_t
-    Bool,            // bool
-    Mode,            // uint32_t blend-mode code
-    Colour,          // const float*, three values r,g,b
-    Floats,          // const float*, count values
-    Curves,          // const float*, 256 values a channel, a channel per colour plane
-    Point,           // KXPoint
-    FloatPoint,      // KXEffectsFloatPoint
-    Out,             // float*, count values written; count 0 is a curve table of four channels
-    OutImage,        // KXImage**: an image the entry point makes
-    OutRect          // KXRect*: a rectangle the entry point finds
+    Source,           // KXImage*: the input whose depth picks the kernel
+    Destination,      // KXImage*: the result, of the source's shape
+    MaskDestination,  // KXImage*: the result, one plane of the source's depth and size
+    ExtraDestination, // KXImage*: a second result of the source's shape
+    InPlace,          // KXImage*: source and destination in one
+    Image,            // KXImage*: a further input of the source's depth
+    Mask,             // KXImage*: a one-plane input of the source's depth
+    Masks,            // CFArrayRef of one-plane images
+    Rect,             // const KXRect*
+    Float,            // float
+    Integer,          // int32_t
+    Bool,             // bool
+    Mode,             // uint32_t blend-mode code
+    Colour,           // const float*, three values r,g,b
+    Floats,           // const float*, count values
+    Curves,           // const float*, 256 values a channel, a channel per colour plane
+    Point,            // KXPoint
+    FloatPoint,       // KXEffectsFloatPoint
+    Out,              // float*, count values written; count 0 is a curve table of four channels
+    OutImage,         // KXImage**: an image the entry point makes
+    OutRect           // KXRect*: a rectangle the entry point finds
 };
 
 // How far around a rectangle an effect reads, as a rule of its first float setting v (an integer radius
@@ -139,7 +139,7 @@ struct EffectEntry {
     bool neutralCopies; // at neutral settings the rectangle of the destination equals the source's
     uint8_t argCount;
     std::array<ArgSpec, kMaxArgs> args;
-    KXEffectProc (*proc)();                          // the exported function, as KXEffectsGetOutset keys it
+    KXEffectProc (*proc)();                              // the exported function, as KXEffectsGetOutset keys it
     int32_t (*invoke)(std::span<const ArgValue> values); // calls it with one value per argument
 
     constexpr std::span<const ArgSpec> Args() const { return {args.data(), argCount}; }
@@ -166,9 +166,11 @@ template <class... Params> struct Signature<int32_t (*)(Params...)> {
     }
     template <auto Function> static int32_t Invoke(std::span<const ArgValue> values)
     {
-        return [&]<size_t... I>(std::index_sequence<I...>) {
+        return [&]<size_t... I>(std::index_sequence<I...>)
+        {
             return Function(std::get<Params>(values[I])...);
-        }(std::index_sequence_for<Params...>{});
+        }
+        (std::index_sequence_for<Params...>{});
     }
 };
 
@@ -200,8 +202,17 @@ consteval EffectEntry Effect(const EntryFacts& facts, const ArgSpec (&args)[N])
     static_assert(N <= kMaxArgs);
     if (!Sig::Matches(args))
         throw "the arguments of a registry entry do not match its function";
-    EffectEntry entry{facts.cName, facts.cliName, facts.family, facts.summary, facts.margin,       facts.catching,
-                      facts.depths, facts.neutralCopies, uint8_t(N), {},           &registry_detail::ProcOf<Proc>,
+    EffectEntry entry{facts.cName,
+                      facts.cliName,
+                      facts.family,
+                      facts.summary,
+                      facts.margin,
+                      facts.catching,
+                      facts.depths,
+                      facts.neutralCopies,
+                      uint8_t(N),
+                      {},
+                      &registry_detail::ProcOf<Proc>,
                       &Sig::template Invoke<Function>};
     for (size_t i = 0; i < N; ++i)
         entry.args[i] = args[i];

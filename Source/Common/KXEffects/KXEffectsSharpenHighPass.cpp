@@ -5,8 +5,7 @@
 
 #include <algorithm>
 
-namespace
-{
+namespace {
 
 constexpr const char* kSourceFile = "Source/Common/KXEffects/KXEffectsSharpenHighPass";
 

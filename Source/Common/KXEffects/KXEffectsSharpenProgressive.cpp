@@ -10,8 +10,7 @@
 #include <cmath>
 #include <type_traits>
 
-namespace
-{
+namespace {
 
 constexpr const char* kSourceFile = "Source/Common/KXEffects/KXEffectsSharpenProgressive";
 
@@ -92,8 +91,9 @@ void ForEachScaleRow(KXImage* source, KXImage* destination, const ScaleImages& s
         [&](int32_t, const Sample* in, const Sample* fine, const Sample* second, const Sample* third,
             const Sample* coarse, Sample* out) {
             const Sample* rows[kScales] = {orZeros(fine), orZeros(second), orZeros(third), orZeros(coarse)};
-            WithPlaneCounts(
-                layout, [&](auto planes, auto colourPlanes) { rowKernel(in, out, rows, width, planes, colourPlanes); });
+            WithPlaneCounts(layout, [&](auto planes, auto colourPlanes) {
+                rowKernel(in, out, rows, width, planes, colourPlanes);
+            });
         });
 }
 
@@ -110,21 +110,21 @@ void LuminanceKernel(KXImage* source, KXImage* destination, const ScaleImages& s
                      const ProgressiveSettings& settings)
 {
     const float t = settings.threshold * kWhite<Sample>;
-    ForEachScaleRow<Sample>(
-        source, destination, scales, rect,
-        [&](const Sample* in, Sample* out, const Sample* const* rows, int32_t width, auto planes, auto) {
-            for (int32_t x = 0; x < width; ++x) {
-                const Sample* pixel = in + ptrdiff_t(x) * planes;
-                Sample* target = out + ptrdiff_t(x) * planes;
-                const float y = Luma(float(pixel[0]), float(pixel[1]), float(pixel[2]));
-                const float sharpened = Sharpened(y, BlurredAt(rows, x), settings);
-                if (kThresholded && t > std::abs(sharpened - y)) {
-                    std::copy_n(pixel, 3, target);
-                    continue;
-                }
-                StoreWithChroma(pixel, target, Mixed<Sample>(y, sharpened, settings.amount));
-            }
-        });
+    ForEachScaleRow<Sample>(source, destination, scales, rect,
+                            [&](const Sample* in, Sample* out, const Sample* const* rows, int32_t width, auto planes,
+                                auto) {
+                                for (int32_t x = 0; x < width; ++x) {
+                                    const Sample* pixel = in + ptrdiff_t(x) * planes;
+                                    Sample* target = out + ptrdiff_t(x) * planes;
+                                    const float y = Luma(float(pixel[0]), float(pixel[1]), float(pixel[2]));
+                                    const float sharpened = Sharpened(y, BlurredAt(rows, x), settings);
+                                    if (kThresholded && t > std::abs(sharpened - y)) {
+                                        std::copy_n(pixel, 3, target);
+                                        continue;
+                                    }
+                                    StoreWithChroma(pixel, target, Mixed<Sample>(y, sharpened, settings.amount));
+                                }
+                            });
 }
 
 // Other colour spaces: each colour plane against the same plane of its blurs, stored directly.

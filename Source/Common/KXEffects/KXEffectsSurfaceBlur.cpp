@@ -236,8 +236,8 @@ int32_t SurfaceKernel(KXImage* source, KXImage* destination, const CEffectRect& 
     for (int32_t y = 0; y < rect.Height(); ++y) {
         const Sample* line = readLine(y + job.window - 1);
         const auto* in = static_cast<const Sample*>(referenceView.ReadRow(rect.top + y, rect.left, job.width));
-        auto* out = static_cast<Sample*>(destinationView.WriteRow(rect.top + y - settings.offset.y,
-                                                                  rect.left - settings.offset.x, job.width));
+        auto* out = static_cast<Sample*>(
+            destinationView.WriteRow(rect.top + y - settings.offset.y, rect.left - settings.offset.x, job.width));
         if (job.layout.transparency != 0 && in != out)
             std::memmove(out, in, size_t(job.width) * size_t(job.layout.planes) * sizeof(Sample));
         job.FinishLine(line, y + job.window - 1, in, out);
@@ -266,8 +266,8 @@ int32_t SurfaceByAccumulator(KXImage* source, KXImage* destination, const CEffec
 }
 
 template <int32_t Bins>
-int32_t SurfaceBlurWithBins(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius,
-                            float threshold, float amount, KXPoint offset)
+int32_t SurfaceBlurWithBins(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius, float threshold,
+                            float amount, KXPoint offset)
 {
     return EntryPoint(source, destination, rect)
         .NeutralWhen(!(amount > 0.0f) || radius <= 0 || !(threshold > 0.0f), offset)
@@ -308,8 +308,8 @@ int32_t ApplyLumaKernel(KXImage* source, KXImage* luma, KXImage* destination, co
 
 } // namespace
 
-int32_t SurfaceBlurDispatch(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius,
-                            float threshold, float amount, KXPoint offset)
+int32_t SurfaceBlurDispatch(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius, float threshold,
+                            float amount, KXPoint offset)
 {
     return SurfaceBlurWithBins<8>(source, destination, rect, radius, threshold, amount, offset);
 }
@@ -320,8 +320,8 @@ int32_t SurfaceBlurFastDispatch(KXImage* source, KXImage* destination, const KXR
     return SurfaceBlurWithBins<4>(source, destination, rect, radius, threshold, amount, offset);
 }
 
-int32_t KXEffectsSurfaceBlur(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius,
-                             float threshold, float amount)
+int32_t KXEffectsSurfaceBlur(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius, float threshold,
+                             float amount)
 {
     return SurfaceBlurDispatch(source, destination, rect, radius, threshold, amount, KXPointMake(0, 0));
 }

@@ -6,8 +6,8 @@
 #include "KXEffects.h"
 
 // Eight bins of sample values per window.
-int32_t SurfaceBlurDispatch(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius,
-                            float threshold, float amount, KXPoint offset);
+int32_t SurfaceBlurDispatch(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius, float threshold,
+                            float amount, KXPoint offset);
 
 // Four bins: coarser and faster, for the detail filters.
 int32_t SurfaceBlurFastDispatch(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius,

@@ -16,8 +16,7 @@ namespace {
 // then brightness otherwise.
 inline float BrightnessContrastValue(float x, const BrightnessShaper& brightness, float contrast)
 {
-    return contrast > 0.0f ? ContrastCurveValue(brightness(x), contrast)
-                           : brightness(ContrastCurveValue(x, contrast));
+    return contrast > 0.0f ? ContrastCurveValue(brightness(x), contrast) : brightness(ContrastCurveValue(x, contrast));
 }
 
 // The midtone shaper always goes first.
@@ -96,8 +95,7 @@ void ShapeKernel(KXImage* source, KXImage* destination, const CEffectRect& rect,
 
 // shape(x, m) on every colour sample, m the mask at the pixel.
 template <class Sample, class Shape>
-void MaskedShapeKernel(KXImage* source, KXImage* destination, KXImage* mask, const CEffectRect& rect,
-                       Shape&& shape)
+void MaskedShapeKernel(KXImage* source, KXImage* destination, KXImage* mask, const CEffectRect& rect, Shape&& shape)
 {
     ForEachMaskedPixel<Sample>(source, destination, mask, rect,
                                [&shape](const Sample* in, Sample* out, auto colourPlanes, float m) {
@@ -109,8 +107,7 @@ void MaskedShapeKernel(KXImage* source, KXImage* destination, KXImage* mask, con
 // Runs the per-sample shape over the image at its depth; with a mask, shape takes the mask value too. The
 // mask has one plane of any depth.
 template <class Plain, class Masked>
-int32_t RunShape(EntryPoint entry, KXImage* source, KXImage* destination, KXImage* mask, Plain&& plain,
-                 Masked&& masked)
+int32_t RunShape(EntryPoint entry, KXImage* source, KXImage* destination, KXImage* mask, Plain&& plain, Masked&& masked)
 {
     return entry
         .Require([&] { return !mask || (KXImageGetNumPlanes(mask) == 1 && HasSampleKernel(mask)); }, kKXErrUnsupported)
@@ -157,8 +154,8 @@ int32_t KXEffectsBrightnessContrast(KXImage* source, KXImage* destination, const
     return KXEffectsBrightnessContrastWithMask(source, destination, nullptr, rect, brightness, contrast);
 }
 
-int32_t KXEffectsBrightnessContrastWithMask(KXImage* source, KXImage* destination, KXImage* mask,
-                                            const KXRect* rect, float brightness, float contrast)
+int32_t KXEffectsBrightnessContrastWithMask(KXImage* source, KXImage* destination, KXImage* mask, const KXRect* rect,
+                                            float brightness, float contrast)
 {
     const BrightnessShaper shaper(brightness);
     return ShapeImage(
@@ -172,11 +169,10 @@ int32_t KXEffectsBrightnessContrastMakeCurves(int32_t numChannels, float* curves
     return MakeCurves(numChannels, curves, [&](float x) { return BrightnessContrastValue(x, shaper, contrast); });
 }
 
-int32_t KXEffectsBrightnessMidtoneContrast(KXImage* source, KXImage* destination, const KXRect* rect,
-                                           float brightness, float midtoneContrast)
+int32_t KXEffectsBrightnessMidtoneContrast(KXImage* source, KXImage* destination, const KXRect* rect, float brightness,
+                                           float midtoneContrast)
 {
-    return KXEffectsBrightnessMidtoneContrastWithMask(source, destination, nullptr, rect, brightness,
-                                                      midtoneContrast);
+    return KXEffectsBrightnessMidtoneContrastWithMask(source, destination, nullptr, rect, brightness, midtoneContrast);
 }
 
 int32_t KXEffectsBrightnessMidtoneContrastWithMask(KXImage* source, KXImage* destination, KXImage* mask,
@@ -184,8 +180,7 @@ int32_t KXEffectsBrightnessMidtoneContrastWithMask(KXImage* source, KXImage* des
 {
     const BrightnessShaper shaper(brightness);
     return ShapeImage(
-        source, destination, mask, rect,
-        [&](float x) { return BrightnessMidtoneValue(x, shaper, midtoneContrast); },
+        source, destination, mask, rect, [&](float x) { return BrightnessMidtoneValue(x, shaper, midtoneContrast); },
         [&](float x, float m) {
             return BrightnessMidtoneValue(x, BrightnessShaper(brightness * m), midtoneContrast * m);
         });
@@ -195,8 +190,7 @@ int32_t KXEffectsBrightnessMidtoneContrastMakeCurves(int32_t numChannels, float*
                                                      float midtoneContrast)
 {
     const BrightnessShaper shaper(brightness);
-    return MakeCurves(numChannels, curves,
-                      [&](float x) { return BrightnessMidtoneValue(x, shaper, midtoneContrast); });
+    return MakeCurves(numChannels, curves, [&](float x) { return BrightnessMidtoneValue(x, shaper, midtoneContrast); });
 }
 
 int32_t KXEffectsBrightnessWithMask(KXImage* source, KXImage* destination, const KXRect* rect, float brightness,
@@ -234,8 +228,8 @@ int32_t KXEffectsMidtoneContrastMakeCurves(int32_t numChannels, float* curves, f
     return MakeCurves(numChannels, curves, [&](float x) { return MidtoneCurveValue(x, strength); });
 }
 
-int32_t KXEffectsMidtoneContrastAltWithMask(KXImage* source, KXImage* destination, const KXRect* rect,
-                                            float strength, KXImage* mask)
+int32_t KXEffectsMidtoneContrastAltWithMask(KXImage* source, KXImage* destination, const KXRect* rect, float strength,
+                                            KXImage* mask)
 {
     return ShapeImageWithSignedMask(
         source, destination, mask, rect, strength, [&](float x) { return MidtoneAltValue(x, strength); },
@@ -266,8 +260,8 @@ int32_t KXEffectsExposure(KXImage* source, KXImage* destination, const KXRect* r
         });
 }
 
-int32_t KXEffectsBrightnessHazeSaturation(KXImage* source, KXImage* destination, const KXRect* rect,
-                                          float brightness, float haze, float saturation)
+int32_t KXEffectsBrightnessHazeSaturation(KXImage* source, KXImage* destination, const KXRect* rect, float brightness,
+                                          float haze, float saturation)
 {
     const float lift = std::max(haze, 0.0f), hold = 1.0f - lift;
     const bool adjust = brightness != 0.0f || saturation != 0.0f;

@@ -101,15 +101,20 @@ int32_t TentKernel(KXImage* source, KXImage* destination, const CEffectRect& rec
     const int32_t window = 2 * radius + 1;
     CAlignedBuffer ring(size_t(window + 1) * size_t(count) * sizeof(Sum));
     CAlignedBuffer sums(3 * size_t(count) * sizeof(Sum));
-    TentColumns<Sum> columns{radius, count, window + 1, ring.As<Sum>(), sums.As<Sum>(), sums.As<Sum>() + count,
+    TentColumns<Sum> columns{radius,
+                             count,
+                             window + 1,
+                             ring.As<Sum>(),
+                             sums.As<Sum>(),
+                             sums.As<Sum>() + count,
                              sums.As<Sum>() + 2 * size_t(count)};
     const uint64_t fourth = uint64_t(radius + 1) * uint64_t(radius + 1) * uint64_t(radius + 1) * uint64_t(radius + 1);
     const float scale = 1.0f / float(fourth);
     CImageView sourceView(source);
     CImageView destinationView(destination);
     auto storeLine = [&](int32_t index) {
-        const auto* line = static_cast<const Sample*>(sourceView.ReadRow(rect.top - radius + index, rect.left - radius,
-                                                                         width + 2 * radius));
+        const auto* line = static_cast<const Sample*>(
+            sourceView.ReadRow(rect.top - radius + index, rect.left - radius, width + 2 * radius));
         TentRow(line, columns.Row(index), width, radius, layout);
     };
     for (int32_t index = 0; index < window; ++index)

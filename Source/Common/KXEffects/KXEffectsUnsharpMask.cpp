@@ -8,8 +8,7 @@
 #include <algorithm>
 #include <type_traits>
 
-namespace
-{
+namespace {
 
 constexpr const char* kSourceFile = "Source/Common/KXEffects/KXEffectsUnsharpMask";
 

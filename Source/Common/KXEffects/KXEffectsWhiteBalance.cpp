@@ -39,8 +39,7 @@ void ColourKernel(KXImage* source, KXImage* destination, const CEffectRect& rect
 
 // Picks the kernel for which of saturation and vibrance are exactly 0, saturation first.
 template <class Sample>
-void ApplyColourSettings(KXImage* source, KXImage* destination, const CEffectRect& rect,
-                         const ColourSettings& settings)
+void ApplyColourSettings(KXImage* source, KXImage* destination, const CEffectRect& rect, const ColourSettings& settings)
 {
     if (settings.saturation == 0.0f) {
         if (settings.vibrance == 0.0f)
@@ -252,8 +251,7 @@ int32_t KXEffectsTemperatureTintAndSaturation(KXImage* source, KXImage* destinat
 }
 
 int32_t KXEffectsTemperatureTintSaturationAndVibrance(KXImage* source, KXImage* destination, const KXRect* rect,
-                                                      float temperature, float tint, float saturation,
-                                                      float vibrance)
+                                                      float temperature, float tint, float saturation, float vibrance)
 {
     return TemperatureDriver(source, destination, rect, {temperature, tint, saturation, vibrance});
 }

@@ -2,8 +2,8 @@
 // they allocate and the colour images they read.
 #pragma once
 
-#include "KXEffectsEntry.h"
 #include "KXEffectsColorMath.h"
+#include "KXEffectsEntry.h"
 #include "KXEffectsRowLoop.h"
 
 #include <cstdint>

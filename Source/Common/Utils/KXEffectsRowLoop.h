@@ -122,12 +122,14 @@ void WalkTyped(const CEffectRect& rect, const Sources<In...>& sources, KXImage* 
     std::array<CImageView, sizeof...(In)> views;
     std::array<const void*, sizeof...(In)> rows{};
     Walk<Out>(rect, sources.images, views, rows, destination, order, [&](int32_t row, Out* out) {
-        [&]<size_t... k>(std::index_sequence<k...>) {
+        [&]<size_t... k>(std::index_sequence<k...>)
+        {
             if constexpr (std::is_void_v<Out>)
                 rowKernel(row, static_cast<const In*>(rows[k])...);
             else
                 rowKernel(row, static_cast<const In*>(rows[k])..., out);
-        }(std::index_sequence_for<In...>{});
+        }
+        (std::index_sequence_for<In...>{});
     });
 }
 

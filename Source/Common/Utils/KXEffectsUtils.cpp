@@ -171,8 +171,8 @@ const void* CImageView::ReadRect(const CEffectRect& rect, int32_t* outStride)
     }
     if (!filled.IsEmpty()) {
         const KXRect sourceRect = source.ToKXRect();
-        uint8_t* target = scratch + ptrdiff_t(filled.top - rect.top) * stride +
-                          ptrdiff_t(filled.left - rect.left) * m_colBytes;
+        uint8_t* target =
+            scratch + ptrdiff_t(filled.top - rect.top) * stride + ptrdiff_t(filled.left - rect.left) * m_colBytes;
         KX_THROW_IF_ERROR(KXImageRead2(m_image, &sourceRect, 0, -1, target, stride, 0));
     }
     if (!m_background)

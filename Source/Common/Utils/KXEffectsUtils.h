@@ -49,8 +49,7 @@ inline void KXEffectsThrowIfError(int32_t status, const char* file, int32_t line
 
 // Runs body and turns a thrown status, std::bad_alloc or anything else into the returned status,
 // as the catching entry points do.
-template <class Body>
-int32_t KXEffectsCatchStatus(const char* file, int32_t line, Body&& body) noexcept;
+template <class Body> int32_t KXEffectsCatchStatus(const char* file, int32_t line, Body&& body) noexcept;
 
 // The row accessor over an image: pointers into the locked buffer where possible, a scratch copy with
 // edge replication (or a background pixel) otherwise. Throws a logged status on failure.
@@ -130,9 +129,8 @@ inline void* CImageView::DirectPointer(const CEffectRect& rect, int32_t* outStri
 {
     if (!m_buffer)
         return nullptr;
-    const bool inside = rect.top >= m_bounds.top && rect.left >= m_bounds.left &&
-                        rect.bottom <= m_bounds.bottom && rect.right <= m_bounds.right &&
-                        rect.bottom >= rect.top && rect.right >= rect.left;
+    const bool inside = rect.top >= m_bounds.top && rect.left >= m_bounds.left && rect.bottom <= m_bounds.bottom &&
+                        rect.right <= m_bounds.right && rect.bottom >= rect.top && rect.right >= rect.left;
     if (!inside)
         return nullptr;
     if (m_packedRows && rect.bottom - rect.top > 1)
@@ -174,7 +172,11 @@ public:
         m_image = owned;
     }
     KXImage* Get() const { return m_image; }
-    KXImage** Out() { Reset(); return &m_image; }
+    KXImage** Out()
+    {
+        Reset();
+        return &m_image;
+    }
     operator KXImage*() const { return m_image; }
 
 private:
@@ -187,8 +189,7 @@ int32_t KXEffectsCopyRect(KXImage* source, KXImage* destination, const CEffectRe
 // A work image like source over rect (null: the bounds of source); throws on failure.
 KXImage* KXEffectsCreateWorkImageLike(KXImage* source, const KXRect* rect, const char* file, int32_t line);
 
-template <class Body>
-int32_t KXEffectsCatchStatus(const char* file, int32_t line, Body&& body) noexcept
+template <class Body> int32_t KXEffectsCatchStatus(const char* file, int32_t line, Body&& body) noexcept
 {
     try {
         return body();
