@@ -164,11 +164,17 @@ int32_t KXEffectsConvertColorMode(const float* input, float* output, int32_t con
 
 int32_t KXEffectsConvertImageMode(KXImage* source, KXImage* destination, const KXRect* rect, int32_t conversion)
 {
-    // Conversion 7 makes RGB of one gray plane; the others read three colour planes.
+    // Conversion 7 makes RGB of one gray plane; 6 and 8 make one plane of three; the others three of three.
+    const auto colourPlanes = [](KXImage* image) { return KXImageGetNumPlanes(image) - KXImageGetTransparency(image); };
     return EntryPoint(source, destination, rect)
+        .AnyDestinationLayout()
         .Require(conversion >= 0 && conversion < kImageConversions, kKXErrBadParam)
+        .Require([&] { return colourPlanes(source) == (conversion == 7 ? 1 : 3); }, kKXErrUnsupported)
         .Require(
-            [&] { return KXImageGetNumPlanes(source) - KXImageGetTransparency(source) == (conversion == 7 ? 1 : 3); },
+            [&] {
+                return KXImageGetPlaneBytes(destination) == KXImageGetPlaneBytes(source) &&
+                       colourPlanes(destination) == (conversion == 6 || conversion == 8 ? 1 : 3);
+            },
             kKXErrUnsupported)
         .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
             static constexpr auto kernels =

@@ -233,6 +233,7 @@ template <class Selection>
 int32_t RunSelection(KXImage* source, KXImage* mask, const KXRect* rect, const Selection& selection)
 {
     return EntryPoint(source, mask, rect)
+        .AnyDestinationLayout()
         .RGBOnly()
         .Require([&] { return KXImageGetNumPlanes(mask) == 1; }, kKXErrUnsupported)
         .Run([&]<class SourceSample>(SampleTag<SourceSample>, const CEffectRect& effectRect) {

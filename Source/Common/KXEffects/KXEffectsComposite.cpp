@@ -407,6 +407,9 @@ int32_t KXEffectsBlendImagesWithOpacitiesAndMasks(KXImage* upper, float upperOpa
 {
     return EntryPoint(upper, destination, rect)
         .Requires(lower)
+        .AnyDestinationLayout()
+        .Require([&] { return HaveSameColourLayout(upper, destination) && HaveSameColourLayout(lower, destination); },
+                 kKXErrUnsupported)
         .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
             const CompositeCall call{
                 {upper, upperOpacity, upperMask}, {lower, lowerOpacity, lowerMask}, destination, effectRect};
@@ -427,6 +430,7 @@ int32_t KXEffectsMixImages(KXImage* image1, KXImage* image2, KXImage* destinatio
 {
     return EntryPoint(image1, destination, rect)
         .Requires(image2)
+        .Require([&] { return HaveSameLayout(image2, destination); }, kKXErrUnsupported)
         .SampleOf(destination)
         .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
             return MixKernel<Sample>(image1, image2, destination, effectRect, weight1, weight2);

@@ -24,6 +24,21 @@ inline bool HasThreeColourPlanes(KXImage* image)
     return KXImageGetNumPlanes(image) - KXImageGetTransparency(image) >= 3;
 }
 
+// The same plane width and plane count: what the row loops assume of a source and destination they walk
+// together, and what the copy of a rectangle needs.
+inline bool HaveSameLayout(KXImage* a, KXImage* b)
+{
+    return KXImageGetPlaneBytes(a) == KXImageGetPlaneBytes(b) && KXImageGetNumPlanes(a) == KXImageGetNumPlanes(b);
+}
+
+// The same plane width and colour planes, each image with or without alpha: what the effects that read
+// alpha where an image has it and 1 where it has none need of their images.
+inline bool HaveSameColourLayout(KXImage* a, KXImage* b)
+{
+    return KXImageGetPlaneBytes(a) == KXImageGetPlaneBytes(b) &&
+           KXImageGetNumPlanes(a) - KXImageGetTransparency(a) == KXImageGetNumPlanes(b) - KXImageGetTransparency(b);
+}
+
 class EntryPoint {
 public:
     // Source, destination and rect must be set (kKXErrBadParam); the kernel's sample type is the source's.
@@ -61,6 +76,14 @@ public:
             m_neutral = true;
             m_offset = offset;
         }
+        return *this;
+    }
+    // The destination may have another layout than the source (a mask, another colour model); the effect
+    // checks what it needs. Otherwise another plane width or plane count is kKXErrUnsupported before
+    // anything is written, the neutral copy included.
+    EntryPoint& AnyDestinationLayout()
+    {
+        m_anyDestinationLayout = true;
         return *this;
     }
     // The kernel's sample type is image's rather than the source's.
@@ -124,6 +147,8 @@ private:
     {
         if (m_status != kKXNoErr)
             return m_status;
+        if (!m_anyDestinationLayout && !HaveSameLayout(m_source, m_destination))
+            return kKXErrUnsupported;
         const auto run = [&]() -> int32_t {
             const CEffectRect rect = CEffectRect::FromKXRect(*m_rect);
             return m_neutral ? KXEffectsCopyRect(m_source, m_destination, rect, m_offset) : work(rect);
@@ -137,6 +162,7 @@ private:
     KXImage* m_sampleImage;
     int32_t m_status;
     bool m_neutral = false;
+    bool m_anyDestinationLayout = false;
     KXPoint m_offset = KXPointMake(0, 0);
     const char* m_catchFile = nullptr;
     int32_t m_catchLine = 0;
