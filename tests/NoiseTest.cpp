@@ -25,9 +25,10 @@ float Noisy(float s, float u, float amount, int32_t depth)
 }
 
 // Type 0 draws a u for each colour sample, type 1 one for each pixel; the stream starts at its seed on
-// every call and runs over the rectangle's pixels outside the image too.
+// every call and runs over the rectangle's pixels outside the image too, rows above it included.
 TEST(Noise, GeneratorStreamRestartsAtTheSeedAndRunsPerSampleOrPerPixel)
 {
+    const KXRect streamRect = KXRectMake(-4, -1, 10, 6); // a column before the left edge, three rows above
     uint32_t state = 123456789u;
     EXPECT_FLOAT_EQ(NextU(state), 4227814277.0f / 4294967296.0f - 0.5f); // 123456789 x 987654321 mod 2^32
     EXPECT_EQ(state, 4227814277u);
@@ -37,15 +38,16 @@ TEST(Noise, GeneratorStreamRestartsAtTheSeedAndRunsPerSampleOrPerPixel)
             const TestImage source = RandomImage(depth, lockable, 41, 4, kBounds), destination = source.Like();
             const Pixels in(source);
             for (int32_t call = 0; call < 2; ++call) {
-                ASSERT_EQ(KXEffectsAddNoise(source, destination, &kRect, type, 0.3f), kKXNoErr);
+                ASSERT_EQ(KXEffectsAddNoise(source, destination, &streamRect, type, 0.3f), kKXNoErr);
                 const Pixels out(destination);
                 uint32_t expected = 123456789u;
-                for (int32_t y = kRect.y; y < kRect.y + kRect.height; ++y)
-                    for (int32_t x = kRect.x; x < kRect.x + kRect.width; ++x) {
+                for (int32_t y = streamRect.y; y < streamRect.y + streamRect.height; ++y)
+                    for (int32_t x = streamRect.x; x < streamRect.x + streamRect.width; ++x) {
                         const float shared = type == 1 ? NextU(expected) : 0.0f;
                         for (int32_t c = 0; c < 3; ++c) {
                             const float u = type == 0 ? NextU(expected) : shared;
-                            ASSERT_TRUE(x < kBounds.x || out.At(x, y, c) == Noisy(in.At(x, y, c), u, 0.3f, depth))
+                            ASSERT_TRUE(x < kBounds.x || y < kBounds.y ||
+                                        out.At(x, y, c) == Noisy(in.At(x, y, c), u, 0.3f, depth))
                                 << x << "," << y << " plane " << c;
                         }
                         ASSERT_EQ(out.At(x, y, 3), in.At(x, y, 3));

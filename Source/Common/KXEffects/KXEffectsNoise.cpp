@@ -58,6 +58,16 @@ inline float NextNoise(uint32_t& state)
     return float(state) * 0x1p-32f - 0.5f;
 }
 
+// The state after count draws: the generator is a power of the multiplier, so count draws multiply by
+// 987654321^count mod 2^32.
+inline uint32_t SkipNoise(uint32_t state, uint64_t count)
+{
+    for (uint32_t power = kNoiseMultiplier; count != 0; count >>= 1, power *= power)
+        if (count & 1)
+            state *= power;
+    return state;
+}
+
 // u = t x 1.5259022e-5 - 0.5, the multiplier being 1 / 65535 in single precision: u in [-0.5, 0.5]
 inline float TileNoise(uint16_t t)
 {
@@ -100,9 +110,19 @@ int32_t NoiseKernel(KXImage* source, KXImage* destination, const CEffectRect& re
 {
     const float scale = amount * kWhite<Sample> * 2.0f;
     noiseSeed.store(kNoiseSeedStart, std::memory_order_relaxed);
+    // The walk leaves out rows outside the destination; the stream still runs through them.
+    int32_t nextRow = rect.top;
     ForEachRow<Sample>(source, destination, rect,
                        [&](int32_t row, const Sample* in, Sample* out, int32_t width, const PixelLayout& layout) {
                            uint32_t state = noiseSeed.load(std::memory_order_relaxed);
+                           if (row != nextRow) {
+                               const uint64_t drawsPerRow = Type == kPerSampleNoise
+                                                                ? uint64_t(width) * uint64_t(layout.colourPlanes)
+                                                            : Type == kPerPixelNoise ? uint64_t(width)
+                                                                                     : 0;
+                               state = SkipNoise(state, uint64_t(row - int64_t(nextRow)) * drawsPerRow);
+                           }
+                           nextRow = row + 1;
                            const uint16_t* tileRow = noiseTile.data() + (row & kNoiseTileMask) * kNoiseTileSize;
                            WithPlaneCounts(layout, [&](auto planes, auto colourPlanes) {
                                for (int32_t i = 0; i < width; ++i)

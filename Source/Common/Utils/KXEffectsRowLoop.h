@@ -76,12 +76,22 @@ inline void ReadSources(std::span<CImageView> views, std::span<const void*> rows
 
 // The one walker: views attached to the sources in order, then to the destination unless Out is void (a walk
 // that only reads); for each row of rect the sources read, the destination row asked for, alpha copied, the
-// late sources read, then rowKernel(row, out). An empty rectangle touches nothing.
+// late sources read, then rowKernel(row, out). An empty rectangle touches nothing. A walk that writes takes
+// only the rows of rect inside the destination, since the others would be dropped at write-back: a rectangle
+// reaching far beyond the image costs only its rows inside.
 template <class Out, class RowKernel>
 void Walk(const CEffectRect& rect, std::span<KXImage* const> sources, std::span<CImageView> views,
           std::span<const void*> rows, KXImage* destination, const RowWalkOrder& order, RowKernel&& rowKernel)
 {
-    if (rect.IsEmpty())
+    int32_t top = rect.top, bottom = rect.bottom;
+    if constexpr (!std::is_void_v<Out>) {
+        const CEffectRect bounds = CEffectRect::FromKXRect(KXImageGetBounds(destination));
+        if (rect.right <= bounds.left || rect.left >= bounds.right)
+            return;
+        top = std::max(top, bounds.top);
+        bottom = std::min(bottom, bounds.bottom);
+    }
+    if (rect.IsEmpty() || top >= bottom)
         return;
     const int32_t width = rect.Width();
     for (size_t k = 0; k < sources.size(); ++k)
@@ -96,7 +106,7 @@ void Walk(const CEffectRect& rect, std::span<KXImage* const> sources, std::span<
             alphaBytes = size_t(width) * size_t(layout.planes) * sizeof(Out);
         destinationView.Attach(destination);
     }
-    for (int32_t row = rect.top; row < rect.bottom; ++row) {
+    for (int32_t row = top; row < bottom; ++row) {
         ReadSources(views, rows, 0, early, row, rect);
         Out* out = nullptr;
         if constexpr (!std::is_void_v<Out>) {

@@ -289,15 +289,26 @@ int32_t KXEffectsCopyRect(KXImage* source, KXImage* destination, const CEffectRe
         return kKXNoErr;
     if (rect.top >= rect.bottom || rect.left >= rect.right)
         return kKXNoErr;
-    const size_t rowLength = size_t(rect.Width()) * size_t(KXImageGetColBytes(source));
+    // Only the part of the target inside the destination is written, so only that part is read: a rectangle
+    // reaching far beyond the image costs what lies inside.
+    const KXRect bounds = KXImageGetBounds(destination);
+    const int64_t top = std::max<int64_t>(int64_t(rect.top) + offset.y, bounds.y);
+    const int64_t left = std::max<int64_t>(int64_t(rect.left) + offset.x, bounds.x);
+    const int64_t bottom = std::min<int64_t>(int64_t(rect.bottom) + offset.y, int64_t(bounds.y) + bounds.height);
+    const int64_t right = std::min<int64_t>(int64_t(rect.right) + offset.x, int64_t(bounds.x) + bounds.width);
+    if (top >= bottom || left >= right)
+        return kKXNoErr;
+    const CEffectRect target{int32_t(top), int32_t(left), int32_t(bottom), int32_t(right)};
+    const CEffectRect read{int32_t(top - offset.y), int32_t(left - offset.x), int32_t(bottom - offset.y),
+                           int32_t(right - offset.x)};
+    const size_t rowLength = size_t(target.Width()) * size_t(KXImageGetColBytes(source));
     CImageView sourceView(source);
     CImageView destinationView(destination);
     int32_t sourceStride = 0;
     int32_t destinationStride = 0;
-    const auto* from = static_cast<const uint8_t*>(sourceView.ReadRect(rect, &sourceStride));
-    const CEffectRect target{rect.top + offset.y, rect.left + offset.x, rect.bottom + offset.y, rect.right + offset.x};
+    const auto* from = static_cast<const uint8_t*>(sourceView.ReadRect(read, &sourceStride));
     auto* to = static_cast<uint8_t*>(destinationView.WriteRect(target, &destinationStride));
-    for (int32_t row = 0; row < rect.Height(); ++row)
+    for (int32_t row = 0; row < target.Height(); ++row)
         std::memmove(to + ptrdiff_t(row) * destinationStride, from + ptrdiff_t(row) * sourceStride, rowLength);
     destinationView.Detach();
     sourceView.Detach();
