@@ -19,13 +19,18 @@ constexpr const char* kSourceFile = "Source/Common/KXEffects/KXEffectsLocalTone"
 
 // ---- Blurred luma ----
 
-// The blurred luma of the rectangle grown by the blur's reach, within the image. Throws on failure.
-void BlurredLuma(KXImage* source, const KXRect& rect, float radius, CImageRef& luma)
+// The blurred luma of the rectangle grown by the blur's reach, within the image. Throws on failure. False,
+// with nothing made, when that lies wholly outside the source: no pixel of rect is in the image then, so there
+// is nothing to write.
+bool BlurredLuma(KXImage* source, const KXRect& rect, float radius, CImageRef& luma)
 {
     const KXRect grown = KXRectOutset(&rect, GaussianBlurOutset(radius));
     const KXRect bounds = KXImageGetBounds(source);
     const KXRect clipped = KXRectIntersect(&grown, &bounds);
+    if (clipped.width <= 0 || clipped.height <= 0)
+        return false;
     BlurredLuminosity(source, clipped, rect, radius, luma, kSourceFile);
+    return true;
 }
 
 // pixel(rgb, m) on the colour in 0..1 with m the blurred luma at the pixel; the planes stored clamped. RGB
@@ -39,8 +44,8 @@ int32_t WithBlurredLuma(KXImage* source, KXImage* destination, const KXRect* rec
         .RGBOnly()
         .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
             CImageRef luma;
-            BlurredLuma(source, *rect, radius, luma);
-            ForEachMaskedColour<Sample>(source, destination, luma, effectRect, pixel);
+            if (BlurredLuma(source, *rect, radius, luma))
+                ForEachMaskedColour<Sample>(source, destination, luma, effectRect, pixel);
         });
 }
 
