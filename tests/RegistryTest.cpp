@@ -180,6 +180,8 @@ std::unique_ptr<Call> PrepareCall(const EffectEntry& entry, const Inputs& inputs
         case ArgKind::OutRect:
             call->values->Set(index, &call->found);
             break;
+        case ArgKind::Progress:
+            break;
         default:
             call->values->Parse(index, sample ? arg.sample : arg.neutral, colourPlanes);
         }
@@ -362,6 +364,10 @@ TEST(Registry, EveryImageEntryPointIsRegistered)
         EXPECT_TRUE(registered.insert(entry.cName).second) << entry.cName;
         EXPECT_TRUE(cliNames.insert(entry.cliName).second) << entry.cliName;
         EXPECT_EQ(FindEffect(entry.cliName), &entry);
+        if (entry.alias) {
+            EXPECT_TRUE(cliNames.insert(entry.alias).second) << entry.alias;
+            EXPECT_EQ(FindEffect(entry.alias), &entry);
+        }
     }
     size_t found = 0;
     for (auto it = std::sregex_iterator(source.begin(), source.end(), declaration); it != std::sregex_iterator();
