@@ -291,9 +291,12 @@ int RunGallery(const CommandLine& line)
     const GalleryOptions options = ParseGalleryOptions(line);
     const GalleryInputs inputs = ReadInputs(options);
     GalleryWriter writer(options.folder, inputs.photo.image.get());
-    // The photograph and the mask are what tiles show as before; the others are linked from the settings.
-    for (const Companion* companion : {&inputs.photo, &inputs.second, &inputs.mask, &inputs.grain, &inputs.grainTile})
-        writer.Write(companion->image.get(), companion->stem, companion == &inputs.photo || companion == &inputs.mask);
+    // The photograph, the mask and the trimap are what tiles show as before; the others are linked from the
+    // settings.
+    for (const Companion* companion :
+         {&inputs.photo, &inputs.second, &inputs.mask, &inputs.grain, &inputs.grainTile, &inputs.trimap})
+        writer.Write(companion->image.get(), companion->stem,
+                     companion == &inputs.photo || companion == &inputs.mask || companion == &inputs.trimap);
     GalleryFacts& facts = writer.Facts();
     facts.input = inputs.photo.file;
 

@@ -36,10 +36,16 @@ constexpr int32_t kVarianceReach = 2;  // 5 x 5
 // pixels holds all nine offsets.
 constexpr float kFirstAngleRow[9] = {0.0f, 0.1315f, 0.7556f, 0.4586f, 0.5328f, 0.219f, 0.047f, 0.6789f, 0.6793f};
 
+// Indexed by (y + 1000000) % 9 and (x + 1000000) % 9, taken in 64 bits and brought into 0..8 so that
+// coordinates far below zero stay in the table.
+inline int32_t AngleIndex(int32_t coordinate)
+{
+    return int32_t(((int64_t(coordinate) + 1000000) % 9 + 9) % 9);
+}
+
 inline float RayAngleOffset(int32_t x, int32_t y)
 {
-    const int32_t row = (y + 1000000) % 9, column = (x + 1000000) % 9;
-    return kFirstAngleRow[(column + 3 * row) % 9];
+    return kFirstAngleRow[(AngleIndex(x) + 3 * AngleIndex(y)) % 9];
 }
 
 // ---- Formulas ----
