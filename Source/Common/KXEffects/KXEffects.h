@@ -330,7 +330,7 @@ KX_EXPORT int32_t KXEffectsFindMaskBounds(KXImage* mask, KXRect* bounds);
 
 /* Trimaps are one-plane images: 0 is certain background, the foreground level (255, or 127 with flag 0x100)
    and above certain foreground, anything between unknown. Levels scale with the depth: 255 is white, 127 is
-   127/255 of white. */
+   127/255 of white; a float trimap counts as foreground from half a level below. */
 /* Copies trimap into destination and writes, where the one-plane brush (any depth) is not 0, the foreground
    level (flag 0x1), 0 (0x2) or half the foreground level into every colour plane. */
 KX_EXPORT int32_t KXEffectsSetTrimap(KXImage* trimap, KXImage* destination, KXImage* brush, const KXRect* rect,
