@@ -275,7 +275,12 @@ std::string EffectFunction::Signature() const
 std::string EffectFunction::ReturnsDoc() const
 {
     std::vector<std::string> returned;
-    if (m_entry.Has(ArgKind::MaskDestination))
+    const auto args = m_entry.Args();
+    const auto mask =
+        std::find_if(args.begin(), args.end(), [](const ArgSpec& arg) { return arg.kind == ArgKind::MaskDestination; });
+    if (mask != args.end() && *mask->help)
+        returned.push_back(std::string("a new H x W array of image's sample type, ") + mask->help);
+    else if (mask != args.end())
         returned.push_back("a new H x W array of image's sample type: white, multiplied by the selection in rect");
     else if (m_entry.Has(ArgKind::OutImage))
         returned.push_back("a new array");

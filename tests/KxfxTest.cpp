@@ -506,8 +506,12 @@ TEST(KxfxTool, EveryEffectRunsAtItsSampleSettings)
         std::string arguments = std::string(entry.cliName) + " " + (maskInput ? mask : input);
         if (masksOnly)
             arguments += " " + mask;
+        bool namedOutput = false;
         for (const ArgSpec& arg : entry.Args()) {
-            if ((arg.kind == ArgKind::Image || arg.kind == ArgKind::Mask) && !arg.IsOptional())
+            if (arg.IsNamedOutput() && !arg.IsOptional()) {
+                arguments += std::string(" --") + arg.name + " " + output;
+                namedOutput = true;
+            } else if ((arg.kind == ArgKind::Image || arg.kind == ArgKind::Mask) && !arg.IsOptional())
                 arguments += " " + (arg.kind == ArgKind::Mask ? mask : second);
             else if (arg.kind == ArgKind::Mask)
                 arguments += std::string(" --") + arg.name + " " + mask;
@@ -521,7 +525,7 @@ TEST(KxfxTool, EveryEffectRunsAtItsSampleSettings)
             arguments += " " + output;
         const Outcome outcome = RunKxfx(arguments);
         ASSERT_EQ(outcome.exitCode, 0) << arguments << "\n" << outcome.err;
-        EXPECT_EQ(std::filesystem::exists(output), makesImage);
+        EXPECT_EQ(std::filesystem::exists(output), makesImage || namedOutput);
         EXPECT_EQ(outcome.out.empty(), !entry.Has(ArgKind::Out) && !entry.Has(ArgKind::OutRect)) << outcome.out;
     }
 }
@@ -596,6 +600,28 @@ TEST(KxfxGallery, PageEscapesTextAndShowsFailures)
                              "<img src=\"thumbs/input.png\" width=\"60\" height=\"40\""})
         EXPECT_NE(page.find(part), std::string::npos) << part;
     EXPECT_EQ(page.find("<b>"), std::string::npos);
+}
+
+// kxfx matte: the alias of generate-matte, its outputs named by settings, the matte required, the bar drawn.
+TEST(KxfxTool, MatteWritesItsNamedOutputsOnTheSampleTrimap)
+{
+    const std::string alpha = TempPath("alpha.png"), foreground = TempPath("foreground.png");
+    const std::string inputs = SamplePhoto() + " " + std::string(KXFX_SAMPLES) + "/coffee-trimap.png";
+    const Outcome missing = RunKxfx("matte " + inputs + " --foreground " + foreground);
+    EXPECT_EQ(missing.exitCode, 1);
+    EXPECT_EQ(CountOf(missing.err, "\n"), 1u) << missing.err;
+    EXPECT_FALSE(std::filesystem::exists(foreground));
+
+    const Outcome done =
+        RunKxfx("matte " + inputs + " --matte " + alpha + " --foreground " + foreground + " --progress");
+    ASSERT_EQ(done.exitCode, 0) << done.err;
+    EXPECT_NE(done.err.find("matte"), std::string::npos);
+    EXPECT_NE(done.err.find("100%"), std::string::npos);
+    const cv::Mat matte = cv::imread(alpha, cv::IMREAD_UNCHANGED);
+    ASSERT_EQ(matte.type(), CV_8UC1);
+    EXPECT_EQ(matte.at<uint8_t>(110, 290), 255); // inside the cup
+    EXPECT_EQ(matte.at<uint8_t>(50, 550), 0);    // the wood
+    EXPECT_EQ(cv::imread(foreground, cv::IMREAD_UNCHANGED).size(), matte.size());
 }
 
 } // namespace

@@ -178,6 +178,8 @@ inline std::unique_ptr<Call> PrepareCall(const EffectEntry& entry, const Inputs&
         case ArgKind::OutRect:
             call->values->Set(index, &call->found);
             break;
+        case ArgKind::Progress:
+            break;
         default:
             call->values->Parse(index, sample ? arg.sample : arg.neutral, colourPlanes);
         }

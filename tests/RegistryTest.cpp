@@ -174,6 +174,10 @@ TEST(Registry, EveryImageEntryPointIsRegistered)
         EXPECT_TRUE(registered.insert(entry.cName).second) << entry.cName;
         EXPECT_TRUE(cliNames.insert(entry.cliName).second) << entry.cliName;
         EXPECT_EQ(FindEffect(entry.cliName), &entry);
+        if (entry.alias) {
+            EXPECT_TRUE(cliNames.insert(entry.alias).second) << entry.alias;
+            EXPECT_EQ(FindEffect(entry.alias), &entry);
+        }
     }
     size_t found = 0;
     for (auto it = std::sregex_iterator(source.begin(), source.end(), declaration); it != std::sregex_iterator();

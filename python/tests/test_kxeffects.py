@@ -33,14 +33,15 @@ def smooth_image(dtype, shape):
 
 
 def inputs_for(function, image):
-    """The positional inputs of a function: a list of masks, a mask, or images like the first."""
+    """The positional inputs of a function: a list of masks, a mask (a trimap, a brush), or images like the
+    first."""
     values = []
     for name, parameter in inspect.signature(function).parameters.items():
         if parameter.kind is not inspect.Parameter.POSITIONAL_OR_KEYWORD:
             break
         if name == "masks":
             values.append([image[..., 0], image[..., 1]])
-        elif name == "mask":
+        elif name == "mask" or f"{name}: H x W array" in function.__doc__:
             values.append(np.ascontiguousarray(image[..., 0]))
         else:
             values.append(image if not values else image[::-1].copy())

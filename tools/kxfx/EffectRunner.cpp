@@ -1,25 +1,31 @@
 #include "EffectRunner.h"
 
 #include "ImageFile.h"
+#include "Progress.h"
 #include "Settings.h"
 #include "Status.h"
+
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <memory>
+#include <optional>
 
 bool IsSetting(const ArgSpec& arg)
 {
     switch (arg.kind) {
-    case ArgKind::Source:
     case ArgKind::Destination:
     case ArgKind::MaskDestination:
+        return arg.IsNamedOutput();
+    case ArgKind::Source:
     case ArgKind::InPlace:
     case ArgKind::Masks:
     case ArgKind::Rect:
     case ArgKind::Out:
     case ArgKind::OutImage:
     case ArgKind::OutRect:
+    case ArgKind::Progress:
         return false;
     case ArgKind::Image:
     case ArgKind::Mask:
@@ -37,10 +43,28 @@ bool IsPositionalInput(const ArgSpec& arg)
 
 namespace {
 
+// Whether OUTPUT is among the files: a destination not named by a setting, or an image the entry makes.
 bool MakesImage(const EffectEntry& entry)
 {
-    return entry.Has(ArgKind::Destination) || entry.Has(ArgKind::MaskDestination) || entry.Has(ArgKind::InPlace) ||
-           entry.Has(ArgKind::OutImage);
+    const auto args = entry.Args();
+    return entry.Has(ArgKind::OutImage) || std::any_of(args.begin(), args.end(), [](const ArgSpec& arg) {
+               return (arg.kind == ArgKind::Destination || arg.kind == ArgKind::MaskDestination ||
+                       arg.kind == ArgKind::InPlace) &&
+                      !arg.IsNamedOutput();
+           });
+}
+
+// A destination written to the file of its setting; a required one without it is an error.
+void AddNamedOutput(const ArgSpec& arg, KXImage* image, const std::string* given,
+                    std::vector<std::pair<KXImage*, std::string>>& outputs)
+{
+    if (!given) {
+        if (arg.IsOptional())
+            return;
+        throw ToolError(std::string("give --") + arg.name + " FILE: " + arg.help);
+    }
+    CheckOutputName(*given);
+    outputs.emplace_back(image, *given);
 }
 
 const std::string* GivenSetting(const CommandLine& line, const char* name)
@@ -160,7 +184,7 @@ void PrintOutputs(const EffectEntry& entry, const CallValues& values, const std:
 const EffectEntry* FindEffect(std::string_view cliName)
 {
     for (const EffectEntry& entry : kEffectRegistry)
-        if (cliName == entry.cliName)
+        if (cliName == entry.cliName || (entry.alias && cliName == entry.alias))
             return &entry;
     return nullptr;
 }
@@ -196,6 +220,9 @@ void RunEffect(const EffectEntry& entry, const CommandLine& line)
     std::vector<size_t> outputs;
     size_t nextFile = 1;
     KXImage* madeImage = nullptr;
+    std::optional<ProgressBar> bar;
+    if (entry.Has(ArgKind::Progress))
+        bar.emplace(stderr, line.progress || isatty(fileno(stderr)));
     for (size_t index = 0; index < entry.argCount; ++index) {
         const ArgSpec& arg = entry.args[index];
         const std::string* given = GivenSetting(line, arg.name);
@@ -207,11 +234,16 @@ void RunEffect(const EffectEntry& entry, const CommandLine& line)
             values.Set(index, result = images.CopyOf(first).get());
             break;
         case ArgKind::Destination:
-            values.Set(index, result = images.CopyOf(first).get());
+        case ArgKind::MaskDestination: {
+            KXImage* image =
+                (arg.kind == ArgKind::Destination ? images.CopyOf(first) : images.WhiteMaskLike(first)).get();
+            if (arg.IsNamedOutput())
+                AddNamedOutput(arg, image, given, extraOutputs);
+            else
+                result = image;
+            values.Set(index, image);
             break;
-        case ArgKind::MaskDestination:
-            values.Set(index, result = images.WhiteMaskLike(first).get());
-            break;
+        }
         case ArgKind::ExtraDestination: {
             KXImage* extra = images.CopyOf(first).get();
             if (given) {
@@ -221,6 +253,9 @@ void RunEffect(const EffectEntry& entry, const CommandLine& line)
             values.Set(index, extra);
             break;
         }
+        case ArgKind::Progress:
+            values.Set(index, bar->Progress());
+            break;
         case ArgKind::Masks: {
             std::vector<KXImage*> masks = {RequireOnePlane(first, "MASK1")};
             for (; nextFile < inputCount; ++nextFile)

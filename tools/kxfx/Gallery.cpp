@@ -22,7 +22,7 @@ namespace fs = std::filesystem;
 constexpr int32_t kThumbnailWidth = 200;
 
 struct GalleryOptions {
-    std::string input, folder, second, mask, grain;
+    std::string input, folder, second, mask, grain, trimap;
     int32_t width = 0; // 0 keeps the photograph's size
     bool progress = false;
 };
@@ -38,8 +38,8 @@ int32_t ParseWidth(const std::string& text)
     throw ToolError("--size: '" + text + "' is not a width above 0");
 }
 
-// Companions default to the files beside INPUT that samples/ keeps: STEM-second.png, STEM-mask.png and
-// grain.png.
+// Companions default to the files beside INPUT that samples/ keeps: STEM-second.png, STEM-mask.png,
+// STEM-trimap.png and grain.png.
 GalleryOptions ParseGalleryOptions(const CommandLine& line)
 {
     if (line.files.size() != 2)
@@ -48,8 +48,12 @@ GalleryOptions ParseGalleryOptions(const CommandLine& line)
         throw ToolError("gallery has no --rect: every effect works on the whole image");
     const fs::path input = line.files[0];
     const fs::path beside = input.parent_path();
-    GalleryOptions options{line.files[0], line.files[1], beside / (input.stem().string() + "-second.png"),
-                           beside / (input.stem().string() + "-mask.png"), beside / "grain.png"};
+    GalleryOptions options{line.files[0],
+                           line.files[1],
+                           beside / (input.stem().string() + "-second.png"),
+                           beside / (input.stem().string() + "-mask.png"),
+                           beside / "grain.png",
+                           beside / (input.stem().string() + "-trimap.png")};
     options.progress = line.progress;
     for (const auto& [name, value] : line.settings) {
         if (name == "second")
@@ -58,6 +62,8 @@ GalleryOptions ParseGalleryOptions(const CommandLine& line)
             options.mask = value;
         else if (name == "grain")
             options.grain = value;
+        else if (name == "trimap")
+            options.trimap = value;
         else if (name == "size")
             options.width = ParseWidth(value);
         else
@@ -75,7 +81,7 @@ struct Companion {
 // Everything the effects draw their inputs from, at the size the gallery works at; the grain tile keeps its
 // own size, since it repeats.
 struct GalleryInputs {
-    Companion photo, second, mask, grain, grainTile;
+    Companion photo, second, mask, grain, grainTile, trimap;
 };
 
 Companion ReadCompanion(const std::string& path, const std::string& stem, int32_t depth, KXImage* sizeOf)
@@ -102,15 +108,19 @@ GalleryInputs ReadInputs(const GalleryOptions& options)
     inputs.mask = ReadCompanion(options.mask, "mask", depth, photo);
     inputs.grain = ReadCompanion(options.grain, "grain", depth, photo);
     inputs.grainTile = ReadCompanion(options.grain, "grain-tile", depth, nullptr);
-    if (KXImageGetNumPlanes(inputs.mask.image.get()) != 1)
-        throw ToolError(inputs.mask.file + ": give a gray image of one plane as a mask");
+    inputs.trimap = ReadCompanion(options.trimap, "trimap", depth, photo);
+    for (const Companion* plane : {&inputs.mask, &inputs.trimap})
+        if (KXImageGetNumPlanes(plane->image.get()) != 1)
+            throw ToolError(plane->file + ": give a gray image of one plane as a mask");
     return inputs;
 }
 
-// Masks by their kind (and the source named MASK), grains by their names, the second photograph otherwise.
+// Trimaps, grains and masks by their names, masks also by their kind, the second photograph otherwise.
 const Companion& CompanionFor(const ArgSpec& arg, const GalleryInputs& inputs)
 {
     const std::string_view name = arg.name;
+    if (name == "TRIMAP")
+        return inputs.trimap;
     if (arg.kind == ArgKind::Mask || arg.kind == ArgKind::Masks || name == "MASK")
         return inputs.mask;
     if (arg.kind == ArgKind::Source || arg.kind == ArgKind::InPlace)
@@ -281,9 +291,12 @@ int RunGallery(const CommandLine& line)
     const GalleryOptions options = ParseGalleryOptions(line);
     const GalleryInputs inputs = ReadInputs(options);
     GalleryWriter writer(options.folder, inputs.photo.image.get());
-    // The photograph and the mask are what tiles show as before; the others are linked from the settings.
-    for (const Companion* companion : {&inputs.photo, &inputs.second, &inputs.mask, &inputs.grain, &inputs.grainTile})
-        writer.Write(companion->image.get(), companion->stem, companion == &inputs.photo || companion == &inputs.mask);
+    // The photograph, the mask and the trimap are what tiles show as before; the others are linked from the
+    // settings.
+    for (const Companion* companion :
+         {&inputs.photo, &inputs.second, &inputs.mask, &inputs.grain, &inputs.grainTile, &inputs.trimap})
+        writer.Write(companion->image.get(), companion->stem,
+                     companion == &inputs.photo || companion == &inputs.mask || companion == &inputs.trimap);
     GalleryFacts& facts = writer.Facts();
     facts.input = inputs.photo.file;
 

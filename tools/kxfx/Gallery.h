@@ -35,7 +35,8 @@ struct GalleryFacts {
     std::vector<GalleryTile> tiles;
 };
 
-// words: "gallery INPUT FOLDER [--size WIDTH] [--second FILE] [--mask FILE] [--grain FILE] [--progress]".
+// words: "gallery INPUT FOLDER [--size WIDTH] [--second FILE] [--mask FILE] [--grain FILE] [--trimap FILE]
+// [--progress]".
 // Writes the images and FOLDER/index.html, then one line naming the page; returns the exit status, 1 when
 // an effect failed (its tile says how).
 int RunGallery(const CommandLine& line);

@@ -12,7 +12,7 @@ constexpr const char* kUsage = R"(usage: kxfx EFFECT INPUT... OUTPUT [--rect x,y
        kxfx list           every effect with its settings and their neutral values
        kxfx help EFFECT    the files and settings of one effect
        kxfx color R,G,B    one colour through each colour model conversion, and its six hue components
-       kxfx gallery INPUT FOLDER [--size WIDTH] [--second FILE] [--mask FILE] [--grain FILE]
+       kxfx gallery INPUT FOLDER [--size WIDTH] [--second FILE] [--mask FILE] [--grain FILE] [--trimap FILE]
                            every effect on INPUT at its representative settings: images and FOLDER/index.html
        kxfx --help         this text
 
@@ -35,8 +35,9 @@ kxfx color prints each conversion of the three numbers on a line: hsv, hsl and y
 the RGB colour over its gray: red, yellow, green, cyan, blue and magenta.
 
 kxfx gallery works at WIDTH (the height kept in proportion) when given. Effects that take a second image,
-a mask or a grain get FILE, by default INPUT's neighbours STEM-second.png, STEM-mask.png and grain.png
-(samples/ holds them for coffee.png), brought to the size of INPUT; a grain tile keeps its size. The page
+a mask, a grain or a trimap get FILE, by default INPUT's neighbours STEM-second.png, STEM-mask.png,
+grain.png and STEM-trimap.png (samples/ holds them for coffee.png), brought to the size of INPUT; a grain
+tile keeps its size. The page
 shows a tile per effect, grouped by family: its settings, the time of the call, the input and the result,
 or the numbers it gives. It exits with 1 when an effect fails, after writing the page.
 
@@ -76,6 +77,8 @@ void PrintEffectHelp(std::FILE* stream, const EffectEntry& entry)
 {
     PrintUsageLine(stream, entry);
     std::fprintf(stream, "  %s (%s)\n", entry.summary, entry.cName);
+    if (entry.alias)
+        std::fprintf(stream, "  also kxfx %s\n", entry.alias);
     for (const ArgSpec& arg : entry.Args())
         if (IsPositionalInput(arg) && *arg.help)
             std::fprintf(stream, "    %s: %s\n", arg.name, arg.help);

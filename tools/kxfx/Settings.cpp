@@ -251,14 +251,20 @@ const char* ArgKindForm(ArgKind kind)
     case ArgKind::Mask:
         return "image file";
     case ArgKind::ExtraDestination:
+    case ArgKind::Destination:
+    case ArgKind::MaskDestination:
         return "output file";
     default:
         return "file";
     }
 }
 
+// A progress argument starts null: only kxfx's own runs draw a bar.
 CallValues::CallValues(const EffectEntry& entry) : m_entry(entry), m_values(entry.argCount), m_outputs(entry.argCount)
 {
+    for (size_t index = 0; index < entry.argCount; ++index)
+        if (entry.args[index].kind == ArgKind::Progress)
+            m_values[index] = static_cast<KXProgress*>(nullptr);
 }
 
 const float* CallValues::Keep(std::vector<float> values)

@@ -326,6 +326,42 @@ KX_EXPORT int32_t KXEffectsGetColorForIndex(uint32_t index, float* color);
 /* The box of the non-zero samples of a one-plane mask in image coordinates; all zero when there are none. */
 KX_EXPORT int32_t KXEffectsFindMaskBounds(KXImage* mask, KXRect* bounds);
 
+/* ---- Matting ---- */
+
+/* Trimaps are one-plane images: 0 is certain background, the foreground level (255, or 127 with flag 0x100)
+   and above certain foreground, anything between unknown. Levels scale with the depth: 255 is white, 127 is
+   127/255 of white; a float trimap counts as foreground from half a level below. */
+/* Copies trimap into destination and writes, where the one-plane brush (any depth) is not 0, the foreground
+   level (flag 0x1), 0 (0x2) or half the foreground level into every colour plane. */
+KX_EXPORT int32_t KXEffectsSetTrimap(KXImage* trimap, KXImage* destination, KXImage* brush, const KXRect* rect,
+                                     int32_t flags);
+/* Unknown pixels of rect take the certainty (0 or white) of the nearest certain pixel of trimap within
+   min(width, height) / 64 of the image whose RGB colour lies within 5/255 of theirs (of two at one distance,
+   the later scanned ring by ring, row by row); the result goes to destination, the count of pixels that
+   turned certain to changed. Trimap and destination: one plane of the image's depth. */
+KX_EXPORT int32_t KXEffectsExpandTrimap(KXImage* image, KXImage* trimap, KXImage* destination, const KXRect* rect,
+                                        int32_t* changed);
+/* Solves the unknown pixels of rect by shared sampling: alpha into matte and the foreground colour into the
+   RGB planes of destination (alpha planes from image). trimap and matte: one plane of the image's depth;
+   priorAlpha, optional, one plane of any depth. progress (may be null) follows the rows, four passes.
+   Flags: 0x1 keeps the larger of the new alpha and the existing one; 0x10 mixes the foreground over what
+   destination holds by the existing alpha, else the foreground is written as it is; 0x100 foreground level
+   127; 0x1000000 skips the local smoothing, each pixel taking its shared pair's projection.
+   The existing alpha is priorAlpha's where given, else what matte holds before the call.
+   Choices of this implementation:
+   - rays stop at the edge of rect, and every window is cut to rect: the result depends on rect alone;
+   - pair energy: (mean over the 3 x 3 neighbourhood of distortion^2 + a^2 var(f) + (1 - a)^2 var(b)
+     + 1e-4)^3 x dist(f) x dist(b)^4, var the 5 x 5 local variances, dist the distances to the samples;
+   - sharing tests every position of the 15 x 15 window (stride 1);
+   - smoothing: foreground and background the gaussian- and confidence-weighted means of the neighbours'
+     colours by alpha and 1 - alpha, known pixels certain and counted twice toward the low-frequency alpha;
+     the final alpha mixes the projection on them, by its confidence 0.999 exp(-10 distortion) times
+     min(1, |F - B| / the neighbours' mean |F - B|), with the low-frequency alpha;
+   - known pixels get alpha 0 or 1 and their own colour as foreground;
+   - the ray offsets' rows past the first are the first turned by three places a row. */
+KX_EXPORT int32_t KXEffectsGenerateMatte(KXImage* image, KXImage* trimap, KXImage* priorAlpha, KXImage* destination,
+                                         KXImage* matte, const KXRect* rect, int32_t flags, KXProgress* progress);
+
 /* ---- Black and white ---- */
 
 /* RGB only: gray of the filter hue's weights (turns 0..1, 0 red), then midtone contrast (0 none), an

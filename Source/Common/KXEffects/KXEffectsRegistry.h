@@ -17,6 +17,16 @@ inline int32_t PhotoFilterWithFixedArguments(KXImage* source, KXImage* destinati
                                 double(opacity2));
 }
 
+// KXEffectsExpandTrimap's count as a float output, the form in which the runners print what an entry finds.
+inline int32_t ExpandTrimapCountingInFloat(KXImage* image, KXImage* trimap, KXImage* destination, const KXRect* rect,
+                                           float* changed)
+{
+    int32_t count = 0;
+    const int32_t status = KXEffectsExpandTrimap(image, trimap, destination, rect, &count);
+    *changed = float(count);
+    return status;
+}
+
 namespace registry_args {
 
 inline constexpr ArgSpec kAmount = FloatArg("amount", "0", "0.6", 0, 1, "0..1 mix with the input; 0 copies");
@@ -75,6 +85,7 @@ inline constexpr ArgSpec kTuned[3] = {
               "eight anchors (0 just below red) then the master; 1 reaches the next anchor"),
     FloatsArg("saturations", 9, "0,0,0,0,0,0,0,0,0", "0,0,0,0.3,0,0,0,0,0", -1, 1, "as offsets; 0 leaves it"),
     FloatsArg("brightnesses", 9, "0,0,0,0,0,0,0,0,0", "0,0,0,0,0,-0.2,0,0,0", -1, 1, "as offsets; 0 leaves it")};
+inline constexpr ArgSpec kTrimap = MaskArg("TRIMAP", "one plane: 0 background, 255 foreground, between unknown");
 inline constexpr ArgSpec kIdentityCurves = CurvesArg("curves", "identity", "0,0;0.25,0.18;0.75,0.85;1,1",
                                                      "x,y;x,y;... points in 0..1, or a file of 256 values a channel");
 
@@ -427,6 +438,33 @@ inline constexpr EffectEntry kEffectRegistry[] = {
         {"KXEffectsFindMaskBounds", "find-mask-bounds", "selection", "prints the box of the non-zero samples of a one-plane image",
          Margin::Whole, Catching::Throws, kAllDepths, false},
         {kMaskSourceArg, OutRectArg("bounds", "x, y, width, height")}),
+    // ---- Matting ----
+    Effect<KXEffectsSetTrimap>(
+        {"KXEffectsSetTrimap", "set-trimap", "matting",
+         "stamps foreground, background or unknown into a trimap where a brush is not 0", Margin::Pointwise,
+         Catching::Throws, kAllDepths, false},
+        {{.name = "TRIMAP", .kind = ArgKind::Source, .help = "a one-plane trimap"}, kDestinationArg,
+         MaskArg("BRUSH", "one plane: the stamp goes where it is not 0"), kRectArg,
+         IntegerArg("flags", "0", "1", 0, 511, "1 foreground, 2 background, neither unknown; 256 foreground level 127")}),
+    Effect<ExpandTrimapCountingInFloat, KXEffectsExpandTrimap>(
+        {"KXEffectsExpandTrimap", "expand-trimap", "matting",
+         "unknown trimap pixels take the certainty of a near known pixel of nearly their colour; RGB only",
+         Margin::Whole, Catching::Throws, kAllDepths, false},
+        {kSourceArg, registry_args::kTrimap, DestinationArg("OUTPUT", ArgKind::MaskDestination, "the grown trimap"),
+         kRectArg, OutArg("changed", 1, "the count of pixels that turned certain")}),
+    Effect<KXEffectsGenerateMatte>(
+        {"KXEffectsGenerateMatte", "generate-matte", "matting",
+         "solves the unknown band of a trimap into an alpha matte and foreground colours by shared sampling; RGB only",
+         Margin::Whole, Catching::Throws, kAllDepths, false, "matte"},
+        {{.name = "IMAGE", .kind = ArgKind::Source}, registry_args::kTrimap,
+         MaskArg("prior-alpha", "one plane that flags 1 and 16 read as the existing alpha; none: the matte's own",
+                 kArgOptional),
+         NamedOutputArg("foreground", ArgKind::ExtraDestination, "file for the foreground colours", kArgOptional),
+         NamedOutputArg("matte", ArgKind::MaskDestination, "file for the alpha matte"), kRectArg,
+         IntegerArg("flags", "0", "0", 0, 33554432,
+                    "1 keeps the larger alpha, 16 mixes the foreground by the existing alpha, 256 foreground "
+                    "level 127, 16777216 skips the smoothing"),
+         kProgressArg}),
     // ---- Black and white ----
     Effect<KXEffectsBlackAndWhite>(
         {"KXEffectsBlackAndWhite", "black-and-white", "black-and-white",

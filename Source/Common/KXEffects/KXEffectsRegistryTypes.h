@@ -34,7 +34,8 @@ enum class ArgKind : uint8_t {
     FloatPoint,       // KXEffectsFloatPoint
     Out,              // float*, count values written; count 0 is a curve table of four channels
     OutImage,         // KXImage**: an image the entry point makes
-    OutRect           // KXRect*: a rectangle the entry point finds
+    OutRect,          // KXRect*: a rectangle the entry point finds
+    Progress          // KXProgress*: the host's progress object, or null
 };
 
 // How far around a rectangle an effect reads, as a rule of its first float setting v (an integer radius
@@ -58,6 +59,7 @@ enum class Catching : uint8_t { Throws, Catches };
 enum : uint8_t {
     kArgOptional = 1,    // may be null (images, colours, curves)
     kArgMarginValue = 2, // the setting that KXEffectsGetOutset takes as its value
+    kArgNamedOutput = 4, // a destination written to the file of a setting of its name, not to OUTPUT
 };
 
 // Depths an effect accepts; the others answer kKXErrUnsupported or kKXErrBadImageFormat.
@@ -78,11 +80,12 @@ struct ArgSpec {
     const char* help = "";
 
     constexpr bool IsOptional() const { return (flags & kArgOptional) != 0; }
+    constexpr bool IsNamedOutput() const { return (flags & kArgNamedOutput) != 0; }
 };
 
 // The values an entry point is called with, one per argument in order.
 using ArgValue = std::variant<KXImage*, KXImage**, const KXRect*, KXRect*, float, int32_t, bool, uint32_t, const float*,
-                              float*, KXPoint, KXEffectsFloatPoint, CFArrayRef>;
+                              float*, KXPoint, KXEffectsFloatPoint, CFArrayRef, KXProgress*>;
 
 // The C type that carries each kind, so that an entry's arguments are checked against its function.
 template <class T> constexpr bool CarriesKind(ArgKind kind)
@@ -122,6 +125,8 @@ template <class T> constexpr bool CarriesKind(ArgKind kind)
         return std::is_same_v<T, KXImage**>;
     case ArgKind::OutRect:
         return std::is_same_v<T, KXRect*>;
+    case ArgKind::Progress:
+        return std::is_same_v<T, KXProgress*>;
     }
     return false;
 }
@@ -137,6 +142,7 @@ struct EffectEntry {
     Catching catching;
     uint8_t depths;
     bool neutralCopies; // at neutral settings the rectangle of the destination equals the source's
+    const char* alias;  // a shorter command-line name, or null
     uint8_t argCount;
     std::array<ArgSpec, kMaxArgs> args;
     KXEffectProc (*proc)();                              // the exported function, as KXEffectsGetOutset keys it
@@ -191,6 +197,7 @@ struct EntryFacts {
     Catching catching = Catching::Throws;
     uint8_t depths = kAllDepths;
     bool neutralCopies = true;
+    const char* alias = nullptr;
 };
 
 // An entry for Function, its arguments checked at compile time against the function's parameters. Proc is
@@ -210,6 +217,7 @@ consteval EffectEntry Effect(const EntryFacts& facts, const ArgSpec (&args)[N])
                       facts.catching,
                       facts.depths,
                       facts.neutralCopies,
+                      facts.alias,
                       uint8_t(N),
                       {},
                       &registry_detail::ProcOf<Proc>,
@@ -305,6 +313,12 @@ constexpr ArgSpec OutImageArg(const char* name, const char* help)
 {
     return {name, ArgKind::OutImage, "", "", 0.0f, 0.0f, 0, 0, help};
 }
+// A destination given on the command line as --name FILE; optional ones may be left out.
+constexpr ArgSpec NamedOutputArg(const char* name, ArgKind kind, const char* help, uint8_t flags = 0)
+{
+    return {name, kind, "", "", 0.0f, 0.0f, 0, uint8_t(flags | kArgNamedOutput), help};
+}
+inline constexpr ArgSpec kProgressArg{.name = "progress", .kind = ArgKind::Progress};
 constexpr ArgSpec OutRectArg(const char* name, const char* help)
 {
     return {name, ArgKind::OutRect, "", "", 0.0f, 0.0f, 0, 0, help};
