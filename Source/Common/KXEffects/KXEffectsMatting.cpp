@@ -654,6 +654,7 @@ int32_t KXEffectsExpandTrimap(KXImage* image, KXImage* trimap, KXImage* destinat
 {
     return EntryPoint(image, destination, rect)
         .Requires(trimap, changed)
+        .AnyDestinationLayout()
         .Require([&] { return HasThreeColourPlanes(image); }, kKXErrUnsupported)
         .Require([&] { return IsPlaneLike(trimap, image) && IsPlaneLike(destination, image); }, kKXErrUnsupported)
         .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
