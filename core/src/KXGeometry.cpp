@@ -58,7 +58,12 @@ KXPoint KXPointMake(int32_t x, int32_t y)
 
 KXRect KXRectOutset(const KXRect* rect, int32_t amount)
 {
-    return {rect->x - amount, rect->y - amount, rect->width + 2 * amount, rect->height + 2 * amount};
+    // In 64 bits: an origin stops at the end of the 32-bit range, and a size at what keeps origin + size in it.
+    const auto clamp = [](int64_t value, int64_t high) { return int32_t(std::clamp<int64_t>(value, INT32_MIN, high)); };
+    const int32_t x = clamp(int64_t(rect->x) - amount, INT32_MAX);
+    const int32_t y = clamp(int64_t(rect->y) - amount, INT32_MAX);
+    return {x, y, clamp(int64_t(rect->width) + 2 * int64_t(amount), int64_t(INT32_MAX) - x),
+            clamp(int64_t(rect->height) + 2 * int64_t(amount), int64_t(INT32_MAX) - y)};
 }
 
 KXRect KXRectIntersect(const KXRect* a, const KXRect* b)

@@ -99,6 +99,7 @@ int32_t KXEffectsApplyEffectWithMask(KXImage* source, KXImage* effect, KXImage* 
 {
     return EntryPoint(source, destination, rect)
         .Requires(effect)
+        .Finite(amount)
         .SampleOf(destination)
         .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
             if (mask)

@@ -24,6 +24,12 @@ struct BoxWindow {
     int32_t Height() const { return bottom - top + 1; }
     // Formed in 32 bits, wrapping as a product of two ints does.
     int32_t Area() const { return int32_t(uint32_t(Width()) * uint32_t(Height())); }
+    // Offsets beyond the farthest reach are refused.
+    bool WithinReach() const
+    {
+        const auto near = [](int32_t end) { return end >= -kMaxReach && end <= kMaxReach; };
+        return near(top) && near(left) && near(bottom) && near(right);
+    }
 };
 
 struct BoxSettings {
@@ -255,11 +261,14 @@ const Sample* ReadReferenceLine(CImageView& view, int32_t row, int32_t left, int
 // Source lines go into the ring before the destination line of the same index is written, so source may be
 // destination when the window's bottom is not above the pixel and the offset is (0, 0).
 template <class Sample, class Sum, class Finish>
-void BoxBlurKernel(const BoxImages& images, const CEffectRect& rect, const BoxWindow& window, KXPoint offset,
+void BoxBlurKernel(const BoxImages& images, const CEffectRect& whole, const BoxWindow& window, KXPoint offset,
                    const Finish& finish)
 {
+    // Only the lines and columns whose results land in the destination are computed.
+    const CEffectRect rect = whole.Intersection(ShiftedBounds(images.destination, offset.x, offset.y));
     if (rect.IsEmpty())
         return;
+    GrownRect(rect, window.top, window.left, window.bottom, window.right);
     const PixelLayout layout = LayoutOf(images.destination);
     const int32_t width = rect.Width();
     CImageView referenceView(Finish::kUsesReference ? images.reference : nullptr);
@@ -279,8 +288,9 @@ void BoxBlurKernel(const BoxImages& images, const CEffectRect& rect, const BoxWi
             Sum* added = sums.Slot(int64_t(y) + sums.Slots() - 1);
             sumLine(rect.top + window.bottom + y, added);
             const Sample* reference = ReadReferenceLine<Sample, Finish>(referenceView, rect.top + y, rect.left, width);
-            auto* out =
-                static_cast<Sample*>(destinationView.WriteRow(rect.top - offset.y + y, rect.left - offset.x, width));
+            const int32_t outRow = int32_t(int64_t(rect.top) - offset.y + y);
+            const int32_t outLeft = int32_t(int64_t(rect.left) - offset.x);
+            auto* out = static_cast<Sample*>(destinationView.WriteRow(outRow, outLeft, width));
             const Sample* kept = Finish::kUsesReference ? reference : out;
             alpha.Save(kept, width, planes, colourPlanes);
             FinishLine(sums.Columns(), added, sums.Slot(y), kept, out, ptrdiff_t(width) * planes, finish);
@@ -342,6 +352,8 @@ int32_t RadiusDispatch(const BoxImages& images, const KXRect* rect, int32_t radi
         const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
         if (radius <= 0 || !(settings.amount > 0.0f))
             return KXEffectsCopyRect(images.source, images.destination, effectRect, offset);
+        if (radius > kMaxReach)
+            return kKXErrBadParam;
         const BoxWindow window{-radius, -radius, radius, radius};
         return RunBoxCoreForDepth<Finish>(images, effectRect, window, offset, settings, true);
     });
@@ -423,6 +435,8 @@ int32_t KXEffectsBoxBlurWithAmount(KXImage* source, KXImage* destination, const 
         return kKXErrBadParam;
     const BoxImages images{source, source, destination};
     const BoxWindow window{top, left, bottom, right};
+    if (!window.WithinReach())
+        return kKXErrBadParam;
     return CatchAsNoResource([&] {
         return RunBoxCoreForDepth<AmountFinish>(images, CEffectRect::FromKXRect(*rect), window, kNoOffset,
                                                 {amount, 0.0f}, false);
@@ -437,6 +451,8 @@ int32_t KXEffectsBoxBlurInt(KXImage* source, KXImage* destination, const KXRect*
     const BoxImages images{source, source, destination};
     const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
     const BoxWindow window{top, left, bottom, right};
+    if (!window.WithinReach())
+        return kKXErrBadParam;
     const BoxSettings settings{1.0f, 0.0f};
     return CatchAsNoResource([&] {
         // Depth 32 holds unsigned integers here, summed in 64 bits.

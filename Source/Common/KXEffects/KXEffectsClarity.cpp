@@ -40,14 +40,20 @@ int32_t KXEffectsClarity(KXImage* source, KXImage* destination, const KXRect* re
 {
     return EntryPoint(source, destination, rect)
         .NeutralWhen(!(amount > 0.0f) || !(radius > 0.0f))
+        .Require(GaussianBlurOutset(radius) <= kMaxReach, kKXErrBadParam)
         .Catching(kSourceFile, __LINE__)
         .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
             // Checked once the neutral copy is ruled out, and logged.
             if (!IsRGB(source))
                 KX_RAISE(kKXErrUnsupported);
-            const KXRect grown = KXRectOutset(rect, GaussianBlurOutset(radius));
+            // Only the part of rect in the destination is worked on: the rest would be dropped.
+            const CEffectRect inside = InDestination(effectRect, destination);
+            if (inside.IsEmpty())
+                return;
+            const KXRect insideRect = inside.ToKXRect();
+            const KXRect grown = KXRectOutset(&insideRect, GaussianBlurOutset(radius));
             CImageRef luma;
-            BlurredLuminosity(source, grown, *rect, radius, luma, kSourceFile);
-            ClarityKernel<Sample>(source, luma, destination, effectRect, amount);
+            BlurredLuminosity(source, grown, insideRect, radius, luma, kSourceFile);
+            ClarityKernel<Sample>(source, luma, destination, inside, amount);
         });
 }

@@ -3,6 +3,8 @@
 // its whole input before writing, so input and output may be the same three floats.
 #pragma once
 
+#include "KXEffectsSample.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -60,9 +62,10 @@ inline float HueOf(const float* p, int32_t largest, float delta)
 // picks which neighbour rises from m. The arithmetic shift and truncation decide the sector at the edges.
 inline void HexconeToRGB(float hue, float top, float bottom, float* rgb)
 {
-    const int32_t n = 1 - int32_t(-6.0f * hue);
-    const int32_t q = n >> 1;
-    const int32_t i = (q % 3 + 3) % 3; // a hue below 0 still names a plane
+    // Truncated as the processor does and taken on in 64 bits, so that no hue overflows on its way to a plane.
+    const int64_t n = 1 - int64_t(TruncateToInt32(-6.0f * hue));
+    const int64_t q = n >> 1;
+    const int32_t i = int32_t((q % 3 + 3) % 3); // a hue below 0 still names a plane
     const float f = 6.0f * hue - float(2 * q);
     const int32_t j = (i + 1) % 3;
     const int32_t k = 3 - i - j;
@@ -159,7 +162,7 @@ inline void KXEffectsRGBToLumaChromaHue(const float* rgb, float* out)
 // A colour of chroma C and hue H at luma 0: the sector s = trunc(6H) places C and its ramp f C.
 inline void ChromaHueToRGB(float chroma, float hue, float* rgb)
 {
-    const int32_t sector = int32_t(6.0f * hue);
+    const int32_t sector = TruncateToInt32(6.0f * hue);
     const float f = 6.0f * hue - float(sector);
     float red = 0.0f, green = 0.0f, blue = 0.0f;
     switch (sector) {

@@ -411,8 +411,10 @@ int32_t KXEffectsBlendImagesWithOpacitiesAndMasks(KXImage* upper, float upperOpa
         .Require([&] { return HaveSameColourLayout(upper, destination) && HaveSameColourLayout(lower, destination); },
                  kKXErrUnsupported)
         .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
-            const CompositeCall call{
-                {upper, upperOpacity, upperMask}, {lower, lowerOpacity, lowerMask}, destination, effectRect};
+            const CompositeCall call{{upper, upperOpacity, upperMask},
+                                     {lower, lowerOpacity, lowerMask},
+                                     destination,
+                                     InDestination(effectRect, destination)};
             return DispatchBlendMode(mode, [&](auto modeTag) {
                 return CompositeKernel<Sample, typename decltype(modeTag)::Type>(call);
             });
@@ -433,7 +435,8 @@ int32_t KXEffectsMixImages(KXImage* image1, KXImage* image2, KXImage* destinatio
         .Require([&] { return HaveSameLayout(image2, destination); }, kKXErrUnsupported)
         .SampleOf(destination)
         .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
-            return MixKernel<Sample>(image1, image2, destination, effectRect, weight1, weight2);
+            return MixKernel<Sample>(image1, image2, destination, InDestination(effectRect, destination), weight1,
+                                     weight2);
         });
 }
 
@@ -448,7 +451,7 @@ int32_t KXEffectsMultiplyValues(KXImage* source, KXImage* destination, const KXR
             PlaneGains gains{};
             std::copy(pivots, pivots + colourPlanes(), gains.pivots);
             std::copy(factors, factors + colourPlanes(), gains.factors);
-            return MultiplyValuesKernel<Sample>(source, destination, effectRect, gains);
+            return MultiplyValuesKernel<Sample>(source, destination, InDestination(effectRect, destination), gains);
         });
 }
 
@@ -457,7 +460,7 @@ int32_t KXEffectsMultiplyMasks(CFArrayRef masks, KXImage* destination, const KXR
     return EntryPoint(destination, rect)
         .Requires(masks)
         .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
-            return MultiplyMasksKernel<Sample>(masks, destination, effectRect);
+            return MultiplyMasksKernel<Sample>(masks, destination, InDestination(effectRect, destination));
         });
 }
 
@@ -467,6 +470,6 @@ int32_t KXEffectsMakeCompositeImage(KXImage* image, const KXRect* rect)
     return EntryPoint(image, rect)
         .NeutralWhen([&] { return KXImageGetTransparency(image) < 1; })
         .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
-            return FlattenKernel<Sample>(image, effectRect);
+            return FlattenKernel<Sample>(image, InDestination(effectRect, image));
         });
 }

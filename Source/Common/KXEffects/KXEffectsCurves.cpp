@@ -17,7 +17,7 @@ constexpr float kSixteenBitToPosition = 255.0f / 65535.0f;
 // bottom segment does the same rather than read before the table.
 inline float CurveLookup(const float* table, float position)
 {
-    const int32_t index = std::clamp(int32_t(position), 0, kCurveEntries - 2);
+    const int32_t index = std::clamp(TruncateToInt32(position), 0, kCurveEntries - 2);
     const float fraction = position - float(index);
     return (1.0f - fraction) * table[index] + fraction * table[index + 1];
 }

@@ -73,7 +73,7 @@ template <class Sample> inline Sample StoreEmboss(float value)
     if constexpr (kIsFloatSample<Sample>)
         return std::clamp(value, 0.0f, 1.0f);
     else
-        return Sample(std::clamp(int32_t(value + 0.5f), 0, int32_t(kWhiteSample<Sample>)));
+        return Sample(std::clamp(TruncateToInt32(value + 0.5f), 0, int32_t(kWhiteSample<Sample>)));
 }
 
 using WindowFormula = float (*)(const Window3&, float);
@@ -228,7 +228,7 @@ KXImage* ReadableSource(KXImage* source, KXImage* destination, const CEffectRect
 {
     if (source != destination)
         return source;
-    const CEffectRect grown{rect.top - reachY, rect.left - reachX, rect.bottom + reachY, rect.right + reachX};
+    const CEffectRect grown = GrownRect(rect, -reachY, -reachX, reachY, reachX);
     const KXRect bounds = grown.ToKXRect();
     copy.Reset(KXEffectsCreateWorkImageLike(source, &bounds, kSourceFile, __LINE__));
     KXEffectsCopyRect(source, copy, grown, KXPointMake(0, 0));
@@ -239,11 +239,13 @@ template <WindowFormula Formula> int32_t FixedFilter(KXImage* source, KXImage* d
 {
     return EntryPoint(source, destination, rect)
         .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
-            if (effectRect.IsEmpty())
+            // Only the part of rect in the destination is filtered: the rest would be dropped.
+            const CEffectRect inside = InDestination(effectRect, destination);
+            if (inside.IsEmpty())
                 return int32_t(kKXNoErr);
             CImageRef copy;
-            KXImage* readable = ReadableSource(source, destination, effectRect, 1, 1, copy);
-            return FixedFilterKernel<Sample, Formula>(readable, destination, effectRect);
+            KXImage* readable = ReadableSource(source, destination, inside, 1, 1, copy);
+            return FixedFilterKernel<Sample, Formula>(readable, destination, inside);
         });
 }
 
@@ -277,14 +279,19 @@ int32_t KXEffectsFindEdges(KXImage* source, KXImage* destination, const KXRect* 
 int32_t KXEffectsEmboss(KXImage* source, KXImage* destination, const KXRect* rect, float angle, int32_t height,
                         float amount)
 {
-    const EmbossTaps taps = MakeEmbossTaps(angle, height);
+    // An angle or amount that is not finite has no taps or no result; a height beyond twice the farthest
+    // reach has taps too far away.
+    const bool tapsReachable = std::isfinite(angle) && std::abs(int64_t(height)) <= 2 * int64_t(kMaxReach - 1);
+    const EmbossTaps taps = tapsReachable ? MakeEmbossTaps(angle, height) : EmbossTaps{};
     return EntryPoint(source, destination, rect)
+        .Require(tapsReachable && std::isfinite(amount), kKXErrBadParam)
         .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
-            if (effectRect.IsEmpty())
+            // Only the part of rect in the destination is filtered: the rest would be dropped.
+            const CEffectRect inside = InDestination(effectRect, destination);
+            if (inside.IsEmpty())
                 return int32_t(kKXNoErr);
             CImageRef copy;
-            KXImage* readable =
-                ReadableSource(source, destination, effectRect, std::abs(taps.jx), std::abs(taps.jy), copy);
-            return EmbossKernel<Sample>(readable, destination, effectRect, taps, amount);
+            KXImage* readable = ReadableSource(source, destination, inside, std::abs(taps.jx), std::abs(taps.jy), copy);
+            return EmbossKernel<Sample>(readable, destination, inside, taps, amount);
         });
 }

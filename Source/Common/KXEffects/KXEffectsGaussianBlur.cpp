@@ -150,11 +150,14 @@ void FinishTrueLine(const Sample* in, Sample* out, const float* blurred, int32_t
 // One sweep over the source lines rect.top - h .. rect.bottom + h - 1; an output line follows each line from
 // the (2h + 1)th on. Output line y is written after source line y + h is read, so source may be destination.
 template <class Sample, class Mode>
-void TrueBlurKernel(KXImage* source, KXImage* destination, const CEffectRect& rect, float radius, int32_t halfWidth,
+void TrueBlurKernel(KXImage* source, KXImage* destination, const CEffectRect& whole, float radius, int32_t halfWidth,
                     float amount)
 {
+    // Only the lines and columns whose results land in the destination are computed.
+    const CEffectRect rect = InDestination(whole, destination);
     if (rect.IsEmpty())
         return;
+    GrownRect(rect, -halfWidth, -halfWidth, halfWidth, halfWidth);
     const PixelLayout layout = LayoutOf(destination);
     const int32_t width = rect.Width();
     TrueBlurBuffers buffers(radius, halfWidth, width, layout.colourPlanes);
@@ -233,6 +236,8 @@ int32_t KXEffectsGaussianBlurTrueWithAmountAndMode(KXImage* source, KXImage* des
     const int32_t halfWidth = TrueGaussianHalfWidth(radius);
     if (halfWidth <= 0 || !(amount > 0.0f))
         return KXEffectsCopyRect(source, destination, effectRect, KXPointMake(0, 0));
+    if (halfWidth > kMaxReach)
+        return kKXErrBadParam;
     const int32_t status = DispatchImageDepth(source, [&](auto sampleTag) {
         return DispatchBlurMode(blendMode, [&](auto modeTag) -> int32_t {
             using Sample = typename decltype(sampleTag)::Type;

@@ -17,17 +17,27 @@ int32_t FastGaussianBlur(KXImage* source, KXImage* destination, const KXRect* re
 {
     if (!(radius > 0.0f) || !(amount > 0.0f))
         return KXEffectsCopyRect(source, destination, CEffectRect::FromKXRect(*rect), kNoOffset);
+    // An endless or absurd radius truncates to boxes below 0; boxes beyond the farthest reach are refused.
     const FastGaussianRadii radii = FastGaussianRadiiOf(radius);
-    KXRect work = KXRectOutset(rect, 2 * radii.second);
-    CImageRef temporary(KXEffectsCreateWorkImageLike(destination, &work, kSourceFile, __LINE__));
-    // Its alpha is never written by the boxes: cleared, it reaches destination as 0, not as stale memory.
-    if (radii.second == 0)
-        KX_THROW_IF_ERROR(KXImageFill(temporary, 0.0f));
-    KX_THROW_IF_ERROR(BoxBlurPlainDispatch(source, temporary, &work, radii.first, kNoOffset, 1.0f));
-    work = KXRectOutset(&work, -radii.second);
-    KX_THROW_IF_ERROR(BoxBlurPlainDispatch(temporary, temporary, &work, radii.second, kNoOffset, 1.0f));
-    KX_THROW_IF_ERROR(
-        BoxBlurModeDispatch(source, temporary, destination, rect, radii.second, kNoOffset, amount, blendMode));
+    if (radii.first < 0 || radii.second < 0 || radii.first > kMaxReach || radii.second > kMaxReach)
+        KX_RAISE(kKXErrBadParam);
+    // Only the part of rect in the destination is blurred: the rest would be dropped. An empty part still
+    // answers for the mode.
+    const KXRect inside = InDestination(CEffectRect::FromKXRect(*rect), destination).ToKXRect();
+    if (inside.width > 0 && inside.height > 0) {
+        KXRect work = KXRectOutset(&inside, 2 * radii.second);
+        CImageRef temporary(KXEffectsCreateWorkImageLike(destination, &work, kSourceFile, __LINE__));
+        // Its alpha is never written by the boxes: cleared, it reaches destination as 0, not as stale memory.
+        if (radii.second == 0)
+            KX_THROW_IF_ERROR(KXImageFill(temporary, 0.0f));
+        KX_THROW_IF_ERROR(BoxBlurPlainDispatch(source, temporary, &work, radii.first, kNoOffset, 1.0f));
+        work = KXRectOutset(&work, -radii.second);
+        KX_THROW_IF_ERROR(BoxBlurPlainDispatch(temporary, temporary, &work, radii.second, kNoOffset, 1.0f));
+        KX_THROW_IF_ERROR(
+            BoxBlurModeDispatch(source, temporary, destination, &inside, radii.second, kNoOffset, amount, blendMode));
+    } else {
+        KX_THROW_IF_ERROR(BoxBlurModeDispatch(source, source, destination, &inside, 0, kNoOffset, amount, blendMode));
+    }
     if (BlurModeReportsBadParam(blendMode))
         KX_RAISE(kKXErrBadParam);
     return kKXNoErr;

@@ -78,6 +78,7 @@ int32_t HueFrame(KXImage* source, KXImage* destination, const KXRect* rect, floa
 {
     return EntryPoint(source, destination, rect)
         .RGBOnly()
+        .Finite(hue, saturation, third)
         .NeutralWhen(hue == 0.0f && saturation == 0.0f && third == 0.0f)
         .Run(kernel);
 }
@@ -185,7 +186,7 @@ struct HueSector {
 
     explicit HueSector(float hue)
     {
-        const int32_t k = (int32_t(hue * 6.0f) + 1) >> 1;
+        const int32_t k = (TruncateToInt32(hue * 6.0f) + 1) >> 1;
         f = hue * 6.0f - float(2 * k);
         dominant = (k % 3 + 3) % 3; // a hue below 0 still names a plane
         next = (dominant + 1) % 3;
@@ -281,6 +282,7 @@ int32_t KXEffectsTuneColors(KXImage* source, KXImage* destination, const KXRect*
     return EntryPoint(source, destination, rect)
         .Requires(hues, saturations, brightnesses)
         .RGBOnly()
+        .Finite(temperature, tint)
         .NeutralWhen([&] {
             const TunerTables switches = tables();
             return !switches.temperatureOn && !switches.hueOn && !switches.masterOn;
@@ -293,11 +295,12 @@ int32_t KXEffectsTuneColors(KXImage* source, KXImage* destination, const KXRect*
 int32_t KXEffectsColorize(KXImage* source, KXImage* destination, const KXRect* rect, float hue, float saturation,
                           float lightness)
 {
-    const HueSector sector(hue);
     const float lightnessScale = 1.0f - std::fabs(lightness), lightnessLift = std::max(lightness, 0.0f);
     return EntryPoint(source, destination, rect)
         .Require([&] { return ColorizeAccepts(source, __LINE__); }, kKXErrUnsupported)
+        .Finite(hue, saturation, lightness)
         .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            const HueSector sector(hue);
             ForEachColour<Sample>(source, destination, effectRect, [&](float* rgb) {
                 const float l = (std::min({rgb[0], rgb[1], rgb[2]}) + std::max({rgb[0], rgb[1], rgb[2]})) * 0.5f;
                 const float remapped = l * lightnessScale + lightnessLift;

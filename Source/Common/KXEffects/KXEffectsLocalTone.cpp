@@ -42,10 +42,15 @@ int32_t WithBlurredLuma(KXImage* source, KXImage* destination, const KXRect* rec
     return EntryPoint(source, destination, rect)
         .NeutralWhen(neutral)
         .RGBOnly()
+        .Require(GaussianBlurOutset(radius) <= kMaxReach, kKXErrBadParam)
         .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            // Only the part of rect in the destination is worked on: the rest would be dropped.
+            const CEffectRect inside = InDestination(effectRect, destination);
+            if (inside.IsEmpty())
+                return;
             CImageRef luma;
-            if (BlurredLuma(source, *rect, radius, luma))
-                ForEachMaskedColour<Sample>(source, destination, luma, effectRect, pixel);
+            if (BlurredLuma(source, inside.ToKXRect(), radius, luma))
+                ForEachMaskedColour<Sample>(source, destination, luma, inside, pixel);
         });
 }
 

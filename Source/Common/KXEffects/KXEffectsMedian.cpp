@@ -161,8 +161,13 @@ void RankPlane(const RankJob<Sample>& job, MovingHistogram<Count, Bins>& histogr
 }
 
 template <class Sample, class Count, class Bins>
-int32_t RankKernel(KXImage* source, KXImage* destination, const CEffectRect& rect, int32_t radius, int32_t threshold)
+int32_t RankKernel(KXImage* source, KXImage* destination, const CEffectRect& whole, int32_t radius, int32_t threshold)
 {
+    // Only the lines and columns whose results land in the destination are computed.
+    const CEffectRect rect = InDestination(whole, destination);
+    if (rect.IsEmpty())
+        return kKXNoErr;
+    GrownRect(rect, -radius, -radius, radius, radius);
     const int32_t window = 2 * radius + 1;
     RankJob<Sample> job{window,    rect.Width() + 2 * radius, rect.Width(), uint32_t(window) * uint32_t(window),
                         threshold, LayoutOf(destination),     nullptr};
@@ -213,6 +218,7 @@ int32_t RankFilter(KXImage* source, KXImage* destination, const KXRect* rect, in
                    bool highByteBins)
 {
     return EntryPoint(source, destination, rect)
+        .Require(!std::isnan(threshold), kKXErrBadParam)
         .NeutralWhen(radius <= 0 || threshold >= 1.0f)
         .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) -> int32_t {
             if constexpr (kIsFloatSample<Sample>) {
@@ -220,7 +226,7 @@ int32_t RankFilter(KXImage* source, KXImage* destination, const KXRect* rect, in
             } else {
                 if (effectRect.IsEmpty())
                     return kKXNoErr;
-                const int32_t t = int32_t(threshold * kWhite<Sample> + 0.5f);
+                const int32_t t = TruncateToInt32(threshold * kWhite<Sample> + 0.5f);
                 if constexpr (std::is_same_v<Sample, uint8_t>)
                     return RankByArea<uint8_t, ExactBins<uint8_t>>(source, destination, effectRect, radius, t);
                 else if (highByteBins)

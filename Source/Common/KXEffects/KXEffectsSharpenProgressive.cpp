@@ -191,6 +191,7 @@ int32_t KXEffectsSharpenProgressive(KXImage* source, KXImage* destination, const
 {
     return EntryPoint(source, destination, rect)
         .NeutralWhen(!(amount > 0.0f) || !(radius > 0.0f))
+        .Require(GaussianBlurOutset(radius * 4.0f) <= kMaxReach, kKXErrBadParam)
         .Catching(kSourceFile, __LINE__)
         .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
             const ProgressiveSettings settings = SettingsOf(amount, fineReduction, threshold);

@@ -9,9 +9,11 @@
 // destination are taken at the source coordinates minus offset. Alpha comes from source pixel by pixel, after
 // the blurred samples are read, so blurred may be destination itself.
 template <class Sample, class SampleKernel>
-void CombineWithBlur(KXImage* source, KXImage* blurred, KXImage* destination, const CEffectRect& rect, KXPoint offset,
+void CombineWithBlur(KXImage* source, KXImage* blurred, KXImage* destination, const CEffectRect& whole, KXPoint offset,
                      SampleKernel&& sampleKernel)
 {
+    // Only the pixels that land in the destination are computed.
+    const CEffectRect rect = whole.Intersection(ShiftedBounds(destination, offset.x, offset.y));
     if (rect.IsEmpty())
         return;
     const PixelLayout layout = LayoutOf(destination);
@@ -22,9 +24,9 @@ void CombineWithBlur(KXImage* source, KXImage* blurred, KXImage* destination, co
     WithPlaneCounts(layout, [&](auto planes, auto colourPlanes) {
         for (int32_t row = rect.top; row < rect.bottom; ++row) {
             const auto* in = static_cast<const Sample*>(sourceView.ReadRow(row, rect.left, width));
-            auto* out = static_cast<Sample*>(destinationView.WriteRow(row - offset.y, rect.left - offset.x, width));
-            const auto* low =
-                static_cast<const Sample*>(blurredView.ReadRow(row - offset.y, rect.left - offset.x, width));
+            const int32_t outRow = int32_t(int64_t(row) - offset.y), outLeft = int32_t(int64_t(rect.left) - offset.x);
+            auto* out = static_cast<Sample*>(destinationView.WriteRow(outRow, outLeft, width));
+            const auto* low = static_cast<const Sample*>(blurredView.ReadRow(outRow, outLeft, width));
             for (ptrdiff_t at = 0; at < ptrdiff_t(width) * planes; at += planes) {
                 for (int32_t c = 0; c < colourPlanes; ++c)
                     out[at + c] = sampleKernel(in[at + c], low[at + c]);

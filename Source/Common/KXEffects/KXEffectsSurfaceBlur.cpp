@@ -215,10 +215,15 @@ template <class Sample, class Acc, int32_t Bins> struct SurfaceJob {
 };
 
 template <class Sample, class Acc, int32_t Bins>
-int32_t SurfaceKernel(KXImage* source, KXImage* destination, const CEffectRect& rect, const SurfaceSettings& settings)
+int32_t SurfaceKernel(KXImage* source, KXImage* destination, const CEffectRect& whole, const SurfaceSettings& settings)
 {
     using Job = SurfaceJob<Sample, Acc, Bins>;
     const int32_t radius = settings.radius;
+    // Only the lines and columns whose results land in the destination are computed.
+    const CEffectRect rect = whole.Intersection(ShiftedBounds(destination, settings.offset.x, settings.offset.y));
+    if (rect.IsEmpty())
+        return kKXNoErr;
+    GrownRect(rect, -radius, -radius, radius, radius);
     Job job{2 * radius + 1, rect.Width(), LayoutOf(destination), settings, nullptr, nullptr};
     CAlignedBuffer ring(size_t(job.window) * job.LineStats() * sizeof(typename Job::Stats));
     CAlignedBuffer columns(job.LineStats() * sizeof(typename Job::Stats));
@@ -236,8 +241,9 @@ int32_t SurfaceKernel(KXImage* source, KXImage* destination, const CEffectRect& 
     for (int32_t y = 0; y < rect.Height(); ++y) {
         const Sample* line = readLine(y + job.window - 1);
         const auto* in = static_cast<const Sample*>(referenceView.ReadRow(rect.top + y, rect.left, job.width));
-        auto* out = static_cast<Sample*>(
-            destinationView.WriteRow(rect.top + y - settings.offset.y, rect.left - settings.offset.x, job.width));
+        const int32_t outRow = int32_t(int64_t(rect.top) + y - settings.offset.y);
+        const int32_t outLeft = int32_t(int64_t(rect.left) - settings.offset.x);
+        auto* out = static_cast<Sample*>(destinationView.WriteRow(outRow, outLeft, job.width));
         if (job.layout.transparency != 0 && in != out)
             std::memmove(out, in, size_t(job.width) * size_t(job.layout.planes) * sizeof(Sample));
         job.FinishLine(line, y + job.window - 1, in, out);
@@ -271,6 +277,7 @@ int32_t SurfaceBlurWithBins(KXImage* source, KXImage* destination, const KXRect*
 {
     return EntryPoint(source, destination, rect)
         .NeutralWhen(!(amount > 0.0f) || radius <= 0 || !(threshold > 0.0f), offset)
+        .Require(radius <= kMaxReach, kKXErrBadParam)
         .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
             if (effectRect.IsEmpty())
                 return int32_t(kKXNoErr);
@@ -340,11 +347,18 @@ int32_t KXEffectsSurfaceBlurLuminosity(KXImage* source, KXImage* destination, co
         .Catching(kSourceFile, __LINE__)
         .NeutralWhen(!(amount > 0.0f) || radius <= 0 || !(threshold > 0.0f))
         .RGBOnly()
+        .Require(radius <= kMaxReach, kKXErrBadParam)
         .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
-            const KXRect grown = KXRectOutset(rect, radius);
+            // Only the part of rect in the destination is worked on: the rest would be dropped.
+            const CEffectRect inside = InDestination(effectRect, destination);
+            if (inside.IsEmpty())
+                return int32_t(kKXNoErr);
+            const KXRect insideRect = inside.ToKXRect();
+            const KXRect grown = KXRectOutset(&insideRect, radius);
             CImageRef luma;
             KX_THROW_IF_ERROR(KXEffectsCreateLuminosityImage(source, luma.Out(), &grown, 1));
-            KX_THROW_IF_ERROR(SurfaceBlurDispatch(luma, luma, rect, radius, threshold, amount, KXPointMake(0, 0)));
-            return ApplyLumaKernel<Sample>(source, luma, destination, effectRect);
+            KX_THROW_IF_ERROR(
+                SurfaceBlurDispatch(luma, luma, &insideRect, radius, threshold, amount, KXPointMake(0, 0)));
+            return ApplyLumaKernel<Sample>(source, luma, destination, inside);
         });
 }

@@ -92,9 +92,17 @@ template <class Sum> struct TentColumns {
     }
 };
 
+// The largest radius whose weighted sum of 16-bit samples, (r + 1)^4 x 65535, fits in 64 bits.
+constexpr int32_t kMaxTentRadius = 4095;
+
 template <class Sample, class Sum>
-int32_t TentKernel(KXImage* source, KXImage* destination, const CEffectRect& rect, int32_t radius)
+int32_t TentKernel(KXImage* source, KXImage* destination, const CEffectRect& whole, int32_t radius)
 {
+    // Only the lines and columns whose results land in the destination are computed.
+    const CEffectRect rect = InDestination(whole, destination);
+    if (rect.IsEmpty())
+        return kKXNoErr;
+    GrownRect(rect, -radius, -radius, radius, radius);
     const PixelLayout layout = LayoutOf(destination);
     const int32_t width = rect.Width();
     const int32_t count = width * layout.colourPlanes;
@@ -157,6 +165,7 @@ int32_t TentBySum(KXImage* source, KXImage* destination, const CEffectRect& rect
 int32_t KXEffectsTriangularBlur(KXImage* source, KXImage* destination, const KXRect* rect, int32_t radius)
 {
     return EntryPoint(source, destination, rect)
+        .Require(radius <= kMaxTentRadius, kKXErrBadParam)
         .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
             if (effectRect.IsEmpty())
                 return int32_t(kKXNoErr);

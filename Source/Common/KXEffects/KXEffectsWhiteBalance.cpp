@@ -57,6 +57,7 @@ int32_t TemperatureDriver(KXImage* source, KXImage* destination, const KXRect* r
 {
     return EntryPoint(source, destination, rect)
         .RGBOnly()
+        .Finite(settings.temperature, settings.tint, settings.vibrance, settings.saturation)
         .NeutralWhen(settings.temperature == 0.0f && settings.tint == 0.0f && settings.vibrance == 0.0f &&
                      settings.saturation == 0.0f)
         .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {

@@ -10,6 +10,7 @@
 #include "KXEffectsDispatch.h"
 #include "KXEffectsUtils.h"
 
+#include <cmath>
 #include <type_traits>
 
 // The colour space of the effects that work on red, green and blue.
@@ -62,6 +63,11 @@ public:
         if (Open() && !Holds(condition))
             m_status = status;
         return *this;
+    }
+    // Settings without an answer for NaN or an endless value: kKXErrBadParam when one is either.
+    template <class... Floats> EntryPoint& Finite(Floats... settings)
+    {
+        return Require((std::isfinite(settings) && ...), kKXErrBadParam);
     }
     // image, the source unless named, must be RGB: kKXErrUnsupported otherwise.
     EntryPoint& RGBOnly(KXImage* image = nullptr)

@@ -36,6 +36,18 @@ template <class Sample> inline constexpr float kWhite = SampleTraits<Sample>::kW
 // White in the sample type itself, for arithmetic that stays in integers.
 template <class Sample> inline constexpr Sample kWhiteSample = SampleTraits<Sample>::kWhiteSample;
 
+// Truncation toward zero as the processor converts: NaN and values beyond 32 bits give INT32_MIN, so an
+// absurd radius falls to the plain copy like a negative one, and an absurd sample stores as 0.
+inline int32_t TruncateToInt32(double value)
+{
+    return value > -2147483649.0 && value < 2147483648.0 ? int32_t(value) : INT32_MIN;
+}
+// The same for a float, whose neighbour below -2^31 is -2^31 - 256.
+inline int32_t TruncateToInt32(float value)
+{
+    return value > -2147483904.0f && value < 2147483648.0f ? int32_t(value) : INT32_MIN;
+}
+
 // Sample to 0..1: integers by the reciprocal of white; floats as they are.
 template <class Sample> inline float ToUnit(Sample sample)
 {
@@ -52,7 +64,7 @@ template <class Sample> inline Sample FromRaw(float value)
     if constexpr (kIsFloatSample<Sample>)
         return value;
     else
-        return Sample(int32_t(value + 0.5f));
+        return Sample(TruncateToInt32(value + 0.5f));
 }
 
 // 0..1 back to a sample: white x value + 0.5, truncated, for integers.
@@ -68,13 +80,6 @@ template <class Sample> inline Sample FromUnit(float value)
 template <class Sample> inline float ClampToWhite(float value)
 {
     return value < 0.0f ? 0.0f : (value > kWhite<Sample> ? kWhite<Sample> : value);
-}
-
-// Truncation toward zero as the processor converts: NaN and values beyond 32 bits give INT32_MIN, so an
-// absurd radius falls to the plain copy like a negative one.
-inline int32_t TruncateToInt32(double value)
-{
-    return value > -2147483649.0 && value < 2147483648.0 ? int32_t(value) : INT32_MIN;
 }
 
 // Sums of such integers taken in 64 bits come back within 32: an absurd radius gives an absurd reach, never

@@ -2,6 +2,7 @@
 #include "KXEffectsUtils.h"
 
 #include "KXEffectsDotProduct.h"
+#include "KXEffectsSample.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -9,21 +10,27 @@
 namespace {
 constexpr const char* kSourceFile = "Source/Common/Utils/KXEffectsUtils";
 
-// Bottom and right never fall below top and left, so an empty intersection has zero size.
-CEffectRect Intersect(const CEffectRect& a, const CEffectRect& b)
-{
-    CEffectRect result{std::max(a.top, b.top), std::max(a.left, b.left), std::min(a.bottom, b.bottom),
-                       std::min(a.right, b.right)};
-    result.bottom = std::max(result.bottom, result.top);
-    result.right = std::max(result.right, result.left);
-    return result;
-}
+// The widest scratch row in pixels: far beyond any image, and short enough that a row of any pixel size
+// still has a 32-bit stride and a walk over it ends.
+constexpr int64_t kMaxScratchRowPixels = int64_t(1) << 24;
 } // namespace
 
 void KXEffectsRaise(int32_t code, const char* file, int32_t line)
 {
     KXLogEvent(code, file, line);
     throw int32_t(code);
+}
+
+CEffectRect GrownRect(const CEffectRect& rect, int32_t top, int32_t left, int32_t bottom, int32_t right)
+{
+    const int64_t grown[4] = {int64_t(rect.top) + top, int64_t(rect.left) + left, int64_t(rect.bottom) + bottom,
+                              int64_t(rect.right) + right};
+    for (const int64_t end : grown)
+        if (end < INT32_MIN || end > INT32_MAX)
+            KX_RAISE(kKXErrOutOfMemory);
+    if (grown[2] - grown[0] > INT32_MAX || grown[3] - grown[1] > INT32_MAX)
+        KX_RAISE(kKXErrOutOfMemory);
+    return {int32_t(grown[0]), int32_t(grown[1]), int32_t(grown[2]), int32_t(grown[3])};
 }
 
 // ---- CImageView ----
@@ -85,7 +92,7 @@ int32_t CImageView::Flush()
         return kKXNoErr;
     // Clean first, so that a failed write-back is not tried again by Detach.
     m_state = kViewClean;
-    const CEffectRect inside = Intersect(m_current, m_bounds);
+    const CEffectRect inside = m_current.Intersection(m_bounds);
     int32_t stride = 0;
     if (inside.IsEmpty() || DirectPointer(m_current, &stride))
         return kKXNoErr;
@@ -100,6 +107,9 @@ int32_t CImageView::Flush()
 
 void* CImageView::EnsureScratch(const CEffectRect& rect, int32_t* outStride)
 {
+    // A rectangle too wide for a row of pixels is refused as its allocation would fail.
+    if (int64_t(rect.right) - rect.left > kMaxScratchRowPixels || rect.right < rect.left || rect.bottom < rect.top)
+        KX_RAISE(kKXErrOutOfMemory);
     const size_t size = size_t(int64_t(rect.Width()) * int64_t(rect.Height()) * m_colBytes);
     if (!m_scratch || size > m_scratchSize) {
         delete[] m_scratch;
@@ -143,7 +153,7 @@ const void* CImageView::ReadRect(const CEffectRect& rect, int32_t* outStride)
         m_state = kViewClean;
         return scratch;
     }
-    const CEffectRect inside = Intersect(rect, m_bounds);
+    const CEffectRect inside = rect.Intersection(m_bounds);
     if (!(inside == rect) && m_background)
         FillBackground(scratch, rect.Width() * rect.Height());
     if (m_background && inside.IsEmpty()) {
@@ -283,32 +293,30 @@ void KXEffectsDotProduct4(const float* a, const float* const* rows, float* out, 
 
 // ---- Image helpers ----
 
-int32_t KXEffectsCopyRect(KXImage* source, KXImage* destination, const CEffectRect& rect, KXPoint offset)
+CEffectRect ShiftedBounds(KXImage* image, int64_t byX, int64_t byY)
+{
+    const CEffectRect bounds = CEffectRect::FromKXRect(KXImageGetBounds(image));
+    return {SaturateToInt32(bounds.top + byY), SaturateToInt32(bounds.left + byX), SaturateToInt32(bounds.bottom + byY),
+            SaturateToInt32(bounds.right + byX)};
+}
+
+int32_t KXEffectsCopyRect(KXImage* source, KXImage* destination, const CEffectRect& whole, KXPoint offset)
 {
     if (source == destination && offset.x == 0 && offset.y == 0)
         return kKXNoErr;
+    // Only what lands in the destination is read: the rest would be dropped at write-back.
+    const CEffectRect rect = whole.Intersection(ShiftedBounds(destination, -int64_t(offset.x), -int64_t(offset.y)));
     if (rect.top >= rect.bottom || rect.left >= rect.right)
         return kKXNoErr;
-    // Only the part of the target inside the destination is written, so only that part is read: a rectangle
-    // reaching far beyond the image costs what lies inside.
-    const KXRect bounds = KXImageGetBounds(destination);
-    const int64_t top = std::max<int64_t>(int64_t(rect.top) + offset.y, bounds.y);
-    const int64_t left = std::max<int64_t>(int64_t(rect.left) + offset.x, bounds.x);
-    const int64_t bottom = std::min<int64_t>(int64_t(rect.bottom) + offset.y, int64_t(bounds.y) + bounds.height);
-    const int64_t right = std::min<int64_t>(int64_t(rect.right) + offset.x, int64_t(bounds.x) + bounds.width);
-    if (top >= bottom || left >= right)
-        return kKXNoErr;
-    const CEffectRect target{int32_t(top), int32_t(left), int32_t(bottom), int32_t(right)};
-    const CEffectRect read{int32_t(top - offset.y), int32_t(left - offset.x), int32_t(bottom - offset.y),
-                           int32_t(right - offset.x)};
-    const size_t rowLength = size_t(target.Width()) * size_t(KXImageGetColBytes(source));
+    const size_t rowLength = size_t(rect.Width()) * size_t(KXImageGetColBytes(source));
     CImageView sourceView(source);
     CImageView destinationView(destination);
     int32_t sourceStride = 0;
     int32_t destinationStride = 0;
-    const auto* from = static_cast<const uint8_t*>(sourceView.ReadRect(read, &sourceStride));
+    const auto* from = static_cast<const uint8_t*>(sourceView.ReadRect(rect, &sourceStride));
+    const CEffectRect target{rect.top + offset.y, rect.left + offset.x, rect.bottom + offset.y, rect.right + offset.x};
     auto* to = static_cast<uint8_t*>(destinationView.WriteRect(target, &destinationStride));
-    for (int32_t row = 0; row < target.Height(); ++row)
+    for (int32_t row = 0; row < rect.Height(); ++row)
         std::memmove(to + ptrdiff_t(row) * destinationStride, from + ptrdiff_t(row) * sourceStride, rowLength);
     destinationView.Detach();
     sourceView.Detach();

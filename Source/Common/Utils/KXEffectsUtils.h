@@ -3,6 +3,7 @@
 
 #include "KXEffects.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <new>
@@ -15,6 +16,11 @@ constexpr uint32_t FourCharCode(const char (&text)[5])
 }
 static_assert(FourCharCode("norm") == 0x6e6f726d);
 
+// The farthest a kernel reads around a pixel: radii and window offsets beyond it are refused, so that a window
+// is at most 65535 pixels wide and a rectangle grown by it stays within 32-bit coordinates when the rectangle
+// lies in an image.
+constexpr int32_t kMaxReach = 32767;
+
 // The kernels' rectangle: bottom and right are exclusive.
 struct CEffectRect {
     int32_t top = 0;
@@ -22,9 +28,22 @@ struct CEffectRect {
     int32_t bottom = 0;
     int32_t right = 0;
 
+    // Ends beyond the 32-bit range stop at its end; a negative size is an empty rectangle.
     static CEffectRect FromKXRect(const KXRect& rect)
     {
-        return {rect.y, rect.x, rect.y + rect.height, rect.x + rect.width};
+        const int64_t bottom = int64_t(rect.y) + std::max(rect.height, 0);
+        const int64_t right = int64_t(rect.x) + std::max(rect.width, 0);
+        return {rect.y, rect.x, int32_t(std::min<int64_t>(bottom, INT32_MAX)),
+                int32_t(std::min<int64_t>(right, INT32_MAX))};
+    }
+    // The common part; an empty one has zero size.
+    CEffectRect Intersection(const CEffectRect& other) const
+    {
+        CEffectRect result{std::max(top, other.top), std::max(left, other.left), std::min(bottom, other.bottom),
+                           std::min(right, other.right)};
+        result.bottom = std::max(result.bottom, result.top);
+        result.right = std::max(result.right, result.left);
+        return result;
     }
     KXRect ToKXRect() const { return KXRectMake(left, top, right - left, bottom - top); }
     int32_t Width() const { return right - left; }
@@ -46,6 +65,11 @@ inline void KXEffectsThrowIfError(int32_t status, const char* file, int32_t line
 // Each source file defines kSourceFile as its path without extension.
 #define KX_RAISE(code) KXEffectsRaise((code), kSourceFile, __LINE__)
 #define KX_THROW_IF_ERROR(status) KXEffectsThrowIfError((status), kSourceFile, __LINE__)
+
+// rect with its top and left moved by top and left, its bottom and right by bottom and right: the lines and
+// columns a kernel reads around it. A rectangle that would pass the 32-bit range, or be wider or taller than
+// it, cannot be read: kKXErrOutOfMemory.
+CEffectRect GrownRect(const CEffectRect& rect, int32_t top, int32_t left, int32_t bottom, int32_t right);
 
 // Runs body and turns a thrown status, std::bad_alloc or anything else into the returned status,
 // as the catching entry points do.
@@ -96,13 +120,15 @@ public:
     size_t ScratchSize() const { return m_scratchSize; }
 
 private:
+    // A row that passes the 32-bit range has no pixels: kKXErrOutOfMemory.
     CEffectRect RowRect(int32_t row, int32_t left, int32_t width) const
     {
         if (left == kViewAuto)
             left = m_bounds.left;
-        if (width < 0)
-            width = m_bounds.right - left;
-        return {row, left, row + 1, left + width};
+        const int64_t right = width < 0 ? std::max<int64_t>(m_bounds.right, left) : int64_t(left) + width;
+        if (row == INT32_MAX || right > INT32_MAX)
+            KXEffectsRaise(kKXErrOutOfMemory, "Source/Common/Utils/KXEffectsUtils", __LINE__);
+        return {row, left, row + 1, int32_t(right)};
     }
     void Clear();
     void FillBackground(uint8_t* scratch, int32_t pixels) const;
@@ -182,6 +208,17 @@ public:
 private:
     KXImage* m_image = nullptr;
 };
+
+// The bounds of image moved by (byX, byY), ends beyond the 32-bit range stopping at its end: a rectangle
+// written at an offset from where it is read is cut to the destination's bounds moved back by the offset.
+CEffectRect ShiftedBounds(KXImage* image, int64_t byX = 0, int64_t byY = 0);
+
+// The part of rect in the destination: all that an effect writes there, and all that a local one needs to
+// compute, the rest being dropped at write-back.
+inline CEffectRect InDestination(const CEffectRect& rect, KXImage* destination)
+{
+    return rect.Intersection(ShiftedBounds(destination));
+}
 
 // Copies rect of source to rect + offset of destination, all planes, same pixel layout. Returns 0.
 int32_t KXEffectsCopyRect(KXImage* source, KXImage* destination, const CEffectRect& rect, KXPoint offset);
