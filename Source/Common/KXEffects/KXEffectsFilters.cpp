@@ -67,13 +67,14 @@ inline float EmbossValue(float ahead, float behind, float amount, float middle)
     return (ahead - behind) * amount + middle;
 }
 
-// Integers: + 0.5, truncated, then clamped as an integer; floats clamped to 0..1.
+// Integers: + 0.5, truncated as the processor converts (NaN, from an absurd amount, is INT32_MIN), then
+// clamped as an integer; floats clamped to 0..1.
 template <class Sample> inline Sample StoreEmboss(float value)
 {
     if constexpr (kIsFloatSample<Sample>)
         return std::clamp(value, 0.0f, 1.0f);
     else
-        return Sample(std::clamp(int32_t(value + 0.5f), 0, int32_t(kWhiteSample<Sample>)));
+        return Sample(std::clamp(TruncateToInt32(value + 0.5f), 0, int32_t(kWhiteSample<Sample>)));
 }
 
 using WindowFormula = float (*)(const Window3&, float);
