@@ -81,4 +81,22 @@ TEST(BoxBlur, AccumulatorsWidenWithTheArea)
     EXPECT_EQ(image.At(0, 0, 0), StoredOf(33553919.0f * (1.0f / 66049.0f), 16, true));
 }
 
+// An amount far beyond 1 (not clamped) drives the mix past 32 bits; integer samples take the processor's
+// conversion of such a value, which wraps to 0, and alpha stays.
+TEST(BoxBlur, AbsurdAmountsStoreAsTheProcessorConverts)
+{
+    for (const int32_t depth : {8, 16}) {
+        TestImage source(kBounds, depth, 4, 1);
+        KXImageFill(source, 0.0f);
+        source.Set(6, 0, {LevelAt(90, depth), LevelAt(90, depth), LevelAt(90, depth), LevelAt(200, depth)});
+        const TestImage destination = source.Like();
+        for (const float amount : {1e30f, -1e30f}) {
+            ASSERT_EQ(KXEffectsBoxBlurWithAmount(source, destination, &kBounds, -1, 1, -1, 1, amount), kKXNoErr);
+            const Pixels in(source);
+            ExpectRegion(destination, kBounds, 0.0f,
+                         [&](int32_t x, int32_t y, int32_t p) { return p == 3 ? in.At(x, y, p) : 0.0f; });
+        }
+    }
+}
+
 } // namespace

@@ -4,6 +4,8 @@
 
 #include <opencv2/core.hpp>
 
+#include <cmath>
+
 namespace {
 
 const KXRect kBounds = KXRectMake(100, 50, 63, 4);
@@ -125,6 +127,20 @@ TEST(Curves, EightBitMatchesOpenCVLookUpTable)
         ASSERT_EQ(KXEffectsApplyCurves(image, image, &kBounds, curves.data()), kKXNoErr);
         EXPECT_EQ(image.Samples(), std::vector<float>(expected.data, expected.data + expected.total() * 4));
     }
+}
+
+// Float samples far beyond the table, or NaN, extrapolate its end segments: the identity keeps them.
+TEST(Curves, FloatSamplesBeyondThirtyTwoBitPositionsExtrapolate)
+{
+    std::vector<float> identity(256);
+    KXEffectsInitCurves(1, identity.data());
+    const KXRect row = KXRectMake(0, 0, 3, 1);
+    TestImage image(row, 32, 1, 0);
+    image.SetSamples({3e9f, -3e9f, std::nanf("")});
+    ASSERT_EQ(KXEffectsApplyCurves(image, image, &row, identity.data()), kKXNoErr);
+    EXPECT_NEAR(image.At(0, 0, 0), 3e9f, 3e4f);
+    EXPECT_NEAR(image.At(1, 0, 0), -3e9f, 3e4f);
+    EXPECT_TRUE(std::isnan(image.At(2, 0, 0)));
 }
 
 } // namespace

@@ -66,7 +66,7 @@ struct HostileCase {
     const Shape* further = nullptr; // the shape of a further input image
     size_t setting = SIZE_MAX;
     ArgValue value = 0.0f;
-    std::optional<int32_t> expected; // the status the case must give, where it must give one
+    std::optional<int32_t> expected = std::nullopt; // the status the case must give, where it must give one
 };
 
 bool Named(const EffectEntry& entry, std::initializer_list<std::string_view> names)

@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
 
 #include <cctype>
 #include <cstdio>
@@ -303,6 +304,41 @@ std::vector<float> PixelOf(KXImage* image, int32_t x, int32_t y)
 }
 
 // Pixel order and depth conversion, which a symmetric effect cannot show: files hold BGR, images RGB.
+// Each codec's whole file reads as OpenCV reads it; the file cut short fails with one line that names the
+// damage, whatever the codec library would have printed itself.
+TEST(KxfxTool, DamagedFilesFailWithOneLineFromKxfx)
+{
+    const struct {
+        const char* name;
+        int type;
+    } formats[] = {{"png8.png", CV_8UC3},    {"png16.png", CV_16UC4},  {"tiff8.tif", CV_8UC1},
+                   {"tiff16.tif", CV_16UC3}, {"tiff32.tif", CV_32FC3}, {"jpeg8.jpg", CV_8UC3}};
+    for (const auto& format : formats) {
+        SCOPED_TRACE(format.name);
+        const std::string whole = TempPath(std::string("whole_") + format.name);
+        const std::string cut = TempPath(std::string("cut_") + format.name);
+        const std::string output = TempPath("never.tif");
+        const cv::Mat source = RandomMat(format.type, 5, 0.0, format.type == CV_32FC3 ? 1.0 : 256.0, {40, 30});
+        WriteExact(whole, source);
+        const ImageHandle image = ReadImageFile(whole);
+        cv::Mat expected = cv::imread(whole, cv::IMREAD_UNCHANGED);
+        if (expected.channels() >= 3)
+            cv::cvtColor(expected, expected, expected.channels() == 3 ? cv::COLOR_BGR2RGB : cv::COLOR_BGRA2RGBA);
+        const KXRect bounds = KXImageGetBounds(image.get());
+        cv::Mat actual(bounds.height, bounds.width, expected.type());
+        ASSERT_EQ(KXImageRead2(image.get(), &bounds, 0, -1, actual.data, int32_t(actual.step[0]), 0), 0);
+        ExpectSameMat(expected, actual);
+
+        const std::string bytes = ReadText(whole);
+        std::ofstream(cut, std::ios::binary) << bytes.substr(0, bytes.size() * 2 / 3);
+        const Outcome outcome = RunKxfx("invert " + cut + " " + output);
+        EXPECT_NE(outcome.exitCode, 0);
+        EXPECT_EQ(outcome.err.rfind("kxfx: cannot read '" + cut + "': the file is damaged (", 0), 0u) << outcome.err;
+        EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
+        EXPECT_FALSE(std::filesystem::exists(output));
+    }
+}
+
 TEST(KxfxParts, ReadsAndWritesRedFirstAtTheRequestedDepth)
 {
     const std::string path = TempPath("bgr.png");

@@ -5,6 +5,7 @@
 
 #include "EffectRunner.h"
 #include "KXEffectsRegistry.h"
+#include "RegistryWrites.h"
 #include "Settings.h"
 
 #include <gtest/gtest.h>
@@ -195,10 +196,4 @@ inline int32_t RunCall(const Call& call)
     } catch (int32_t status) {
         return status;
     }
-}
-
-inline bool WritesInRect(const EffectEntry& entry)
-{
-    return entry.Has(ArgKind::Rect) &&
-           (entry.Has(ArgKind::Destination) || entry.Has(ArgKind::MaskDestination) || entry.Has(ArgKind::InPlace));
 }

@@ -24,13 +24,13 @@ bool SharesProcessState(const EffectEntry& entry)
     return std::string_view(entry.cName) == "KXEffectsAddNoise";
 }
 
-struct Run {
+struct EffectRun {
     const EffectEntry* entry;
     const Shape* shape;
 };
 
 // The destination after one call of entry at its representative settings, on images made afresh.
-std::vector<uint8_t> ResultOf(const Run& run)
+std::vector<uint8_t> ResultOf(const EffectRun& run)
 {
     const Image source = MakeImage(kBounds, *run.shape), second = MakeImage(kBounds, *run.shape),
                 mask = MakeImage(kBounds, {run.shape->depth, 1, run.shape->lockable});
@@ -50,13 +50,13 @@ std::vector<uint8_t> ResultOf(const Run& run)
 
 TEST(Threads, EffectsSideBySideGiveWhatTheyGiveAlone)
 {
-    std::vector<Run> runs;
+    std::vector<EffectRun> runs;
     for (const EffectEntry& entry : kEffectRegistry)
         for (const Shape& shape : kShapes)
             if (WritesInRect(entry) && !SharesProcessState(entry) && (entry.depths & (1 << (shape.depth / 16))) != 0)
                 runs.push_back({&entry, &shape});
     std::vector<std::vector<uint8_t>> alone;
-    for (const Run& run : runs)
+    for (const EffectRun& run : runs)
         alone.push_back(ResultOf(run));
 
     std::mutex lock;

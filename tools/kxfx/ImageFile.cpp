@@ -1,7 +1,8 @@
-// OpenCV holds colour as BGR(A) and names depths by its own constants; the images hold RGB(A) and depth
-// 8, 16 or 32. Everything here translates between the two.
+// Files are read through the codec libraries directly (ImageReader) and written through OpenCV, which holds
+// colour as BGR(A) and names depths by its own constants; the images hold RGB(A) and depth 8, 16 or 32.
 #include "ImageFile.h"
 
+#include "ImageReader.h"
 #include "Status.h"
 
 #include <opencv2/core.hpp>
@@ -14,6 +15,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <vector>
 
 namespace {
@@ -48,11 +51,6 @@ const OutputFormat& OutputFormatOf(const std::string& path)
     throw ToolError("cannot write " + Quoted(path) + ": the name must end in .png, .tif, .tiff, .jpg or .jpeg");
 }
 
-int32_t DepthOfMat(int matDepth)
-{
-    return matDepth == CV_8U ? 8 : matDepth == CV_16U ? 16 : matDepth == CV_32F ? 32 : 0;
-}
-
 int MatDepthOf(int32_t depth)
 {
     return depth == 8 ? CV_8U : depth == 16 ? CV_16U : CV_32F;
@@ -73,7 +71,6 @@ cv::Mat ConvertDepth(const cv::Mat& mat, int32_t from, int32_t to)
     return converted;
 }
 
-// The swap is its own inverse, so it serves reading and writing.
 cv::Mat SwapRedBlue(const cv::Mat& mat)
 {
     if (mat.channels() < 3)
@@ -119,13 +116,18 @@ cv::Mat MatFromImage(KXImage* image)
     return mat;
 }
 
-// Tells a missing or closed file from one that OpenCV cannot decode.
-void CheckReadable(const std::string& path)
+// As many pixels as the largest photographs have, with room: a damaged size field asks for no more.
+constexpr uint64_t kMaxReadPixels = uint64_t(1) << 28;
+
+std::vector<uint8_t> ReadWholeFile(const std::string& path)
 {
-    std::FILE* file = std::fopen(path.c_str(), "rb");
+    std::ifstream file(path, std::ios::binary);
     if (!file)
         throw ToolError("cannot read " + Quoted(path) + ": " + std::strerror(errno));
-    std::fclose(file);
+    std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    if (file.bad())
+        throw ToolError("cannot read " + Quoted(path) + ": " + std::strerror(errno));
+    return bytes;
 }
 
 // Writes beside the target and renames, so that a failed write leaves no partial file behind.
@@ -153,22 +155,17 @@ void QuietImageCodecs()
 
 ImageHandle ReadImageFile(const std::string& path, int32_t depth)
 {
-    CheckReadable(path);
-    cv::Mat mat;
+    const std::vector<uint8_t> bytes = ReadWholeFile(path);
+    DecodedImage decoded;
     try {
-        mat = cv::imread(path, cv::IMREAD_UNCHANGED);
-    } catch (const cv::Exception&) {
-        // A damaged file: reported below like an unreadable one.
+        decoded = DecodeImage(bytes, kMaxReadPixels);
+    } catch (const ImageReadError& error) {
+        throw ToolError("cannot read " + Quoted(path) + ": " + error.what());
     }
-    if (mat.empty())
-        throw ToolError("cannot read " + Quoted(path) + ": not a PNG, TIFF or JPEG file, or damaged");
-    const int32_t fileDepth = DepthOfMat(mat.depth());
-    if (fileDepth == 0)
-        throw ToolError("cannot read " + Quoted(path) + ": samples are not 8-bit, 16-bit or 32-bit float");
-    if (mat.channels() > 4)
-        throw ToolError("cannot read " + Quoted(path) + ": more than four channels");
-    const int32_t target = depth != 0 ? depth : fileDepth;
-    return ImageFromMat(SwapRedBlue(ConvertDepth(mat, fileDepth, target)), target);
+    const cv::Mat mat(decoded.height, decoded.width, CV_MAKETYPE(MatDepthOf(decoded.depth), decoded.channels),
+                      decoded.samples.data());
+    const int32_t target = depth != 0 ? depth : decoded.depth;
+    return ImageFromMat(ConvertDepth(mat, decoded.depth, target), target);
 }
 
 ImageHandle ResizeImage(KXImage* image, int32_t width, int32_t height)

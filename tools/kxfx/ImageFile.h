@@ -1,4 +1,4 @@
-// Image files in and out, through OpenCV's codecs.
+// Image files in through libpng, libtiff and libjpeg, out through OpenCV's codecs.
 #pragma once
 
 #include "ToolCommon.h"
@@ -10,7 +10,8 @@ void QuietImageCodecs();
 
 // Reads a PNG, TIFF or JPEG file of 8-bit, 16-bit or 32-bit float samples (gray, gray with alpha, RGB or
 // RGBA) into a new in-memory image with bounds at (0, 0). A depth of 8, 16 or 32 converts the samples to
-// it, white staying white; 0 keeps the depth of the file.
+// it, white staying white; 0 keeps the depth of the file. A damaged file fails with one line that says
+// what the codec library found.
 ImageHandle ReadImageFile(const std::string& path, int32_t depth = 0);
 
 // A copy of the image at width x height, resampled by pixel area, with bounds at (0, 0).

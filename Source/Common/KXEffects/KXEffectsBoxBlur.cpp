@@ -134,8 +134,9 @@ template <class Mode> struct BlendFinishOf {
 // ---- Kernel ----
 
 // The two loops that carry the cost, SumLine and FinishLine, are built twice on x86-64, the second for
-// processors with AVX2 and taken on those at load; both do the same arithmetic in the same order.
-#if defined(__x86_64__) && defined(__GNUC__)
+// processors with AVX2 and taken on those at load; both do the same arithmetic in the same order. Clang
+// clones no templates, so its build has the one loop.
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
 #define KX_AVX2_CLONES __attribute__((target_clones("avx2", "default")))
 #else
 #define KX_AVX2_CLONES

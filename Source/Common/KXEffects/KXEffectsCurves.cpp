@@ -14,7 +14,8 @@ constexpr float kSixteenBitToPosition = 255.0f / 65535.0f;
 
 // L(p): i = trunc(p) kept to the segments of the table, f = p - i, (1 - f) T[i] + f T[i + 1].
 // Above the table the top segment extrapolates, so float highlights above white are kept; below it the
-// bottom segment does the same rather than read before the table.
+// bottom segment does the same rather than read before the table. A position beyond 32 bits or NaN truncates
+// as the processor converts, to INT32_MIN, and so takes the bottom segment.
 inline float CurveLookup(const float* table, float position)
 {
     const int32_t index = std::clamp(TruncateToInt32(position), 0, kCurveEntries - 2);

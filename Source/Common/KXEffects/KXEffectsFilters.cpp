@@ -67,7 +67,8 @@ inline float EmbossValue(float ahead, float behind, float amount, float middle)
     return (ahead - behind) * amount + middle;
 }
 
-// Integers: + 0.5, truncated, then clamped as an integer; floats clamped to 0..1.
+// Integers: + 0.5, truncated as the processor converts (NaN, from an absurd amount, is INT32_MIN), then
+// clamped as an integer; floats clamped to 0..1.
 template <class Sample> inline Sample StoreEmboss(float value)
 {
     if constexpr (kIsFloatSample<Sample>)

@@ -58,7 +58,8 @@ template <class Sample> inline float ToUnit(Sample sample)
 }
 
 // A value in the sample's own scale back to a sample: integers add 0.5 and truncate toward zero, and the
-// narrowing wraps, as the stores of the library do; floats are stored as they are.
+// narrowing wraps, as the stores of the library do; floats are stored as they are. NaN and values beyond
+// 32 bits (an absurd amount) give INT32_MIN, as the processor's conversion does, which wraps to 0.
 template <class Sample> inline Sample FromRaw(float value)
 {
     if constexpr (kIsFloatSample<Sample>)
