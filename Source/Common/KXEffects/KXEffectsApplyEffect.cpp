@@ -100,6 +100,7 @@ int32_t KXEffectsApplyEffectWithMask(KXImage* source, KXImage* effect, KXImage* 
     return EntryPoint(source, destination, rect)
         .Requires(effect)
         .Finite(amount)
+        .Require([&] { return HaveSameLayout(effect, destination); }, kKXErrUnsupported)
         .SampleOf(destination)
         .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
             if (mask)
@@ -117,6 +118,7 @@ int32_t KXEffectsApplyEffectInZones(KXImage* source, KXImage* effect, KXImage* m
     return EntryPoint(source, destination, rect)
         .Requires(effect, effectZones, brightnessZones, midtoneZones)
         .RGBOnly(destination)
+        .Require([&] { return HaveSameLayout(effect, destination); }, kKXErrUnsupported)
         .SampleOf(destination)
         .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
             MixInZonesKernel<Sample>(source, effect, mask, destination, effectRect, zones);

@@ -1,5 +1,6 @@
 // Black and white points: the clips of each plane's histogram, or of the mean of the planes, as points, as
 // curves, or stretched onto an image.
+#include "KXEffectsEntry.h"
 #include "KXEffectsHistogram.h"
 #include "KXEffectsToneCurves.h"
 
@@ -148,6 +149,8 @@ int32_t KXEffectsBlackAndWhitePointsApply(KXImage* source, KXImage* destination,
 {
     if (!source || !destination || !rect || !black || !white)
         return kKXErrBadParam;
+    if (!HaveSameLayout(source, destination))
+        return kKXErrUnsupported;
     // The pixel loop walks the destination's colour planes, one point of each array apiece.
     if (LayoutOf(destination).colourPlanes > kMaxPointPlanes)
         return kKXErrUnsupported;

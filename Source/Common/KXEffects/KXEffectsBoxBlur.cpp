@@ -2,6 +2,7 @@
 #include "KXEffectsBoxBlur.h"
 #include "KXEffectsBlurModes.h"
 #include "KXEffectsDispatch.h"
+#include "KXEffectsEntry.h"
 #include "KXEffectsRowLoop.h"
 
 #include <cmath>
@@ -418,6 +419,8 @@ int32_t KXEffectsBoxBlurWithOffsetAndAmount(KXImage* source, KXImage* destinatio
 {
     if (!source || !destination || !rect)
         return kKXErrBadParam;
+    if (!HaveSameLayout(source, destination))
+        return kKXErrUnsupported;
     return BoxBlurDispatch(source, source, destination, rect, radius, offset, amount);
 }
 
@@ -426,6 +429,8 @@ int32_t KXEffectsBoxBlurWithThreshold(KXImage* source, KXImage* destination, con
 {
     if (!source || !destination || !rect)
         return kKXErrBadParam;
+    if (!HaveSameLayout(source, destination))
+        return kKXErrUnsupported;
     return BoxBlurThresholdDispatch(source, source, destination, rect, radius, kNoOffset, 1.0f, threshold);
 }
 
@@ -434,6 +439,8 @@ int32_t KXEffectsBoxBlurWithAmount(KXImage* source, KXImage* destination, const 
 {
     if (!source || !destination || !rect)
         return kKXErrBadParam;
+    if (!HaveSameLayout(source, destination))
+        return kKXErrUnsupported;
     const BoxImages images{source, source, destination};
     const BoxWindow window{top, left, bottom, right};
     if (!window.WithinReach())
@@ -449,6 +456,8 @@ int32_t KXEffectsBoxBlurInt(KXImage* source, KXImage* destination, const KXRect*
 {
     if (!source || !destination || !rect)
         return kKXErrBadParam;
+    if (!HaveSameLayout(source, destination))
+        return kKXErrUnsupported;
     const BoxImages images{source, source, destination};
     const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
     const BoxWindow window{top, left, bottom, right};

@@ -1,5 +1,6 @@
 // The equalizers: every colour sample, or the luma of each pixel, scaled by the gain that flattens the
 // image's histogram.
+#include "KXEffectsEntry.h"
 #include "KXEffectsHistogram.h"
 #include "KXEffectsToneCurves.h"
 
@@ -94,6 +95,8 @@ int32_t KXEffectsEqualize(KXImage* source, KXImage* destination)
 {
     if (!source || !destination)
         return kKXErrBadParam;
+    if (!HaveSameLayout(source, destination))
+        return kKXErrUnsupported;
     return DispatchEqualizerDepth(source, [&](auto tag) {
         using Sample = typename decltype(tag)::Type;
         EqualizeKernel<Sample>(source, destination, EqualizeGains<Sample>(source).get());
@@ -110,6 +113,8 @@ int32_t KXEffectsEqualizeLuminosity(KXImage* source, KXImage* destination)
         return KXEffectsEqualize(source, destination);
     if (space != KXColorSpaceRGB || LayoutOf(source).colourPlanes != 3 || LayoutOf(destination).colourPlanes != 3)
         return kKXErrBadImageFormat;
+    if (!HaveSameLayout(source, destination))
+        return kKXErrUnsupported;
     return DispatchEqualizerDepth(source, [&](auto tag) {
         using Sample = typename decltype(tag)::Type;
         EqualizeLuminosityKernel<Sample>(source, destination, LumaGains<Sample>(source).get());

@@ -4,6 +4,7 @@
 #include "KXEffectsBlurModes.h"
 #include "KXEffectsDispatch.h"
 #include "KXEffectsDotProduct.h"
+#include "KXEffectsEntry.h"
 #include "KXEffectsRowLoop.h"
 
 #include <algorithm>
@@ -232,6 +233,8 @@ int32_t KXEffectsGaussianBlurTrueWithAmountAndMode(KXImage* source, KXImage* des
 {
     if (!source || !destination || !rect)
         return kKXErrBadParam;
+    if (!HaveSameLayout(source, destination))
+        return kKXErrUnsupported;
     const CEffectRect effectRect = CEffectRect::FromKXRect(*rect);
     const int32_t halfWidth = TrueGaussianHalfWidth(radius);
     if (halfWidth <= 0 || !(amount > 0.0f))

@@ -2,6 +2,7 @@
 #include "KXEffectsGaussianBlurFast.h"
 #include "KXEffectsBlurModes.h"
 #include "KXEffectsBoxBlur.h"
+#include "KXEffectsEntry.h"
 #include "KXEffectsUtils.h"
 
 namespace {
@@ -63,6 +64,8 @@ int32_t KXEffectsGaussianBlurFastWithAmountAndMode(KXImage* source, KXImage* des
 {
     if (!source || !destination || !rect)
         return kKXErrBadParam;
+    if (!HaveSameLayout(source, destination))
+        return kKXErrUnsupported;
     return KXEffectsCatchStatus(kSourceFile, __LINE__,
                                 [&] { return FastGaussianBlur(source, destination, rect, radius, amount, blendMode); });
 }

@@ -671,6 +671,9 @@ int32_t KXEffectsGenerateMatte(KXImage* image, KXImage* trimap, KXImage* priorAl
         .Require([&] { return IsPlaneLike(trimap, image) && IsPlaneLike(matte, image); }, kKXErrUnsupported)
         .Require([&] { return !priorAlpha || KXImageGetNumPlanes(priorAlpha) == 1; }, kKXErrUnsupported)
         .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
+            // A rectangle wholly outside has nothing to write, and its far ends need not be reached.
+            if (InDestination(effectRect, destination).IsEmpty())
+                return int32_t(kKXNoErr);
             const int32_t priorBytes = priorAlpha ? KXImageGetPlaneBytes(priorAlpha) : 1;
             return DispatchPlaneBytes(priorBytes, [&](auto priorTag) {
                 MatteKernel<Sample, typename decltype(priorTag)::Type>(image, trimap, priorAlpha, destination, matte,
