@@ -358,6 +358,8 @@ KX_EXPORT int32_t KXEffectsExpandTrimap(KXImage* image, KXImage* trimap, KXImage
      the final alpha mixes the projection on them, by its confidence 0.999 exp(-10 distortion) times
      min(1, |F - B| / the neighbours' mean |F - B|), with the low-frequency alpha;
    - known pixels get alpha 0 or 1 and their own colour as foreground;
+   - an unknown pixel nearer in colour to one of its gathered samples than to its best pair's line takes
+     alpha 0 or 1 by the nearest such sample's kind, smoothed or not;
    - the ray offsets' rows past the first are the first turned by three places a row. */
 KX_EXPORT int32_t KXEffectsGenerateMatte(KXImage* image, KXImage* trimap, KXImage* priorAlpha, KXImage* destination,
                                          KXImage* matte, const KXRect* rect, int32_t flags, KXProgress* progress);

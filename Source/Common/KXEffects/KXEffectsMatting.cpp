@@ -289,15 +289,16 @@ public:
     MatteSolver(const Grid& grid, float step, int32_t flags)
         : m_grid(grid), m_step(step), m_flags(flags), m_records(Allocate<PairRecord>(grid.Count())),
           m_refined(Allocate<Refinement>(grid.Count())), m_alpha(Allocate<float>(grid.Count())),
-          m_foreground(Allocate<float>(grid.Count() * 3))
+          m_foreground(Allocate<float>(grid.Count() * 3)), m_single(Allocate<uint8_t>(grid.Count()))
     {
+        std::fill_n(m_single.get(), grid.Count(), uint8_t(kUnknown));
     }
 
     void Solve(KXProgress* progress)
     {
         const CEffectRect& area = m_grid.area;
         RowProgress rows(progress, 4 * area.Height());
-        ForEachUnknown(rows, [&](int32_t x, int32_t y, size_t p) { m_records[p] = BestGatheredPair(x, y); });
+        ForEachUnknown(rows, [&](int32_t x, int32_t y, size_t p) { m_records[p] = BestGatheredPair(x, y, p); });
         auto shared = Allocate<PairRecord>(m_grid.Count());
         ForEachUnknown(rows, [&](int32_t x, int32_t y, size_t p) { shared[p] = SharedPair(x, y); });
         m_records = std::move(shared);
@@ -398,7 +399,9 @@ private:
         return error * error * error * f.distance * b.distance * b.distance * b.distance * b.distance;
     }
 
-    PairRecord BestGatheredPair(int32_t x, int32_t y) const
+    // The pair of least energy; and, in m_single, the kind of the nearest gathered sample when the pixel's
+    // colour lies nearer to it than to that pair's line: one known colour explains it better than a mixture.
+    PairRecord BestGatheredPair(int32_t x, int32_t y, size_t p)
     {
         RaySample samples[8];
         bool isForeground[8];
@@ -415,6 +418,18 @@ private:
                     best.cost = energy;
                 }
             }
+        if (best.cost == kNoPairCost)
+            return best;
+        const float* colour = m_grid.Colour(p);
+        const float distortion = Project(colour, best.foreground, best.background).distortion;
+        float nearest = distortion * distortion;
+        for (int32_t s = 0; s < count; ++s) {
+            const float d2 = DistanceSquared(colour, samples[s].colour);
+            if (d2 < nearest) {
+                nearest = d2;
+                m_single[p] = isForeground[s] ? kForeground : kBackground;
+            }
+        }
         return best;
     }
 
@@ -468,7 +483,7 @@ private:
     void Unsmoothed(size_t p)
     {
         const bool paired = m_records[p].cost != kNoPairCost;
-        m_alpha[p] = m_refined[p].alpha;
+        m_alpha[p] = m_single[p] == kUnknown ? m_refined[p].alpha : (m_single[p] == kForeground ? 1.0f : 0.0f);
         std::copy_n(paired ? m_records[p].foreground : m_grid.Colour(p), 3, &m_foreground[p * 3]);
     }
 
@@ -541,6 +556,8 @@ private:
         }
         const float lowFrequency = n.alphaWeight > 0.0f ? n.alpha / n.alphaWeight : projection.alpha;
         m_alpha[p] = confidence * projection.alpha + (1.0f - confidence) * lowFrequency;
+        if (m_single[p] != kUnknown)
+            m_alpha[p] = m_single[p] == kForeground ? 1.0f : 0.0f;
         for (int32_t c = 0; c < 3; ++c)
             m_foreground[p * 3 + c] = std::clamp(foreground[c], 0.0f, 1.0f);
     }
@@ -564,6 +581,7 @@ private:
     std::unique_ptr<Refinement[]> m_refined;
     std::unique_ptr<float[]> m_alpha;
     std::unique_ptr<float[]> m_foreground;
+    std::unique_ptr<uint8_t[]> m_single; // kUnknown, or the kind of the one sample that explains the pixel
     GaussianTaps m_gaussian;
 };
 
