@@ -313,13 +313,15 @@ template <class Sample, class Cells, class Grain>
 void GrainOverlayKernel(KXImage* source, KXImage* destination, const CEffectRect& rect, Grain& grain, float amount)
 {
     using Cell = typename Cells::Cell;
-    if (rect.IsEmpty())
+    // Rows outside the destination would be dropped at write-back.
+    const CEffectRect inside = InDestination(rect, destination);
+    if (inside.IsEmpty())
         return;
     const PixelLayout layout = LayoutOf(destination);
     const int32_t width = rect.Width();
     CImageView sourceView(source);
     CImageView destinationView(destination);
-    for (int32_t y = rect.top; y < rect.bottom; ++y) {
+    for (int32_t y = inside.top; y < inside.bottom; ++y) {
         const auto* in = static_cast<const Cell*>(sourceView.ReadRow(y, rect.left, width));
         Cell* out = GrainDestinationRow<Cells>(destinationView, y, rect);
         if (layout.transparency != 0 && in != out)
@@ -335,12 +337,14 @@ template <class Cells, class Grain>
 void GrainOnGrayKernel(KXImage* destination, const CEffectRect& rect, Grain& grain, float amount)
 {
     using Cell = typename Cells::Cell;
-    if (rect.IsEmpty())
+    // Rows outside the destination would be dropped at write-back.
+    const CEffectRect inside = InDestination(rect, destination);
+    if (inside.IsEmpty())
         return;
     const PixelLayout layout = LayoutOf(destination);
     const int32_t step = layout.planes * Cells::kCells;
     CImageView view(destination);
-    for (int32_t y = rect.top; y < rect.bottom; ++y) {
+    for (int32_t y = inside.top; y < inside.bottom; ++y) {
         Cell* out = GrainDestinationRow<Cells>(view, y, rect);
         const auto grainRow = grain.Row(y);
         for (int32_t i = 0; i < rect.Width(); ++i, out += step) {
@@ -426,6 +430,8 @@ int32_t KXEffectsApplyFilmGrain(KXImage* source, KXImage* destination, const KXR
 {
     if (!destination || !rect)
         return kKXErrBadParam;
+    if (source && !HaveSameLayout(source, destination))
+        return kKXErrUnsupported;
     if (!(amount > 0.0f))
         return WithoutGrain(source, destination, rect);
     if (!grain)
@@ -438,6 +444,8 @@ int32_t KXEffectsApplyFilmGrainTile(KXImage* source, KXImage* destination, const
 {
     if (!destination || !rect)
         return kKXErrBadParam;
+    if (source && !HaveSameLayout(source, destination))
+        return kKXErrUnsupported;
     if (!grainTile || !(amount > 0.0f))
         return WithoutGrain(source, destination, rect);
     if (!(scale > 0.0f))
