@@ -114,11 +114,10 @@ std::string FirstWriteOutside(KXImage* before, KXImage* after, const KXRect& bou
 bool IsStatus(int32_t status)
 {
     // A core status, such as that of an image that cannot be made, is passed on as it came.
-    for (int32_t known : {kKXCoreErrBadArgument, kKXNoErr, kKXErrOutOfMemory, kKXErrUnexpected, kKXErrNoResource,
-                          kKXErrBadInput, kKXErrBadImageFormat, kKXErrBadParam, kKXErrUnsupported})
-        if (status == known)
-            return true;
-    return false;
+    static constexpr int32_t kKnown[] = {kKXCoreErrBadArgument, kKXNoErr,         kKXErrOutOfMemory,
+                                         kKXErrUnexpected,      kKXErrNoResource, kKXErrBadInput,
+                                         kKXErrBadImageFormat,  kKXErrBadParam,   kKXErrUnsupported};
+    return std::find(std::begin(kKnown), std::end(kKnown), status) != std::end(kKnown);
 }
 
 // The child's side: the call, then what it found, as one line.
