@@ -158,6 +158,9 @@ TEST(MultiplyMasks, ProductOfCoveragesOfAnyDepthAndType)
         CFMutableArrayRef none = CFArrayCreateMutable(kCFAllocatorDefault, 0, KXUtilsGetArrayCallbacks());
         ASSERT_EQ(KXEffectsMultiplyMasks(none, destination, &kBounds), kKXNoErr);
         ExpectUniform(destination, {0});
+        // The product is one plane: a wider destination is refused rather than left partly unwritten.
+        const TestImage wide = RandomImage(depth, lockable, 5);
+        EXPECT_EQ(KXEffectsMultiplyMasks(none, wide, &kBounds), kKXErrUnsupported);
         CFRelease(none);
     });
 }

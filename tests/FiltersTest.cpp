@@ -70,14 +70,4 @@ TEST(Filters, FlatAreasAndEmboss)
     });
 }
 
-// A NaN amount stores integer samples as the processor converts NaN, INT32_MIN, clamped to 0.
-TEST(Filters, EmbossStoresNaNAsTheProcessorConverts)
-{
-    for (const int32_t depth : {8, 16}) {
-        const TestImage source = RandomImage(depth, true, 21, 3, kBounds), result = source.Like();
-        ASSERT_EQ(KXEffectsEmboss(source, result, &kBounds, 0.0f, 2, std::nanf("")), kKXNoErr);
-        ExpectRegion(result, kBounds, 0.0f, [](int32_t, int32_t, int32_t) { return 0.0f; });
-    }
-}
-
 } // namespace

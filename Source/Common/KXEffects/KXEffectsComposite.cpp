@@ -457,8 +457,10 @@ int32_t KXEffectsMultiplyValues(KXImage* source, KXImage* destination, const KXR
 
 int32_t KXEffectsMultiplyMasks(CFArrayRef masks, KXImage* destination, const KXRect* rect)
 {
+    // The product fills one plane: the rest of a wider row would be left to whatever the row held.
     return EntryPoint(destination, rect)
         .Requires(masks)
+        .Require([&] { return KXImageGetNumPlanes(destination) == 1; }, kKXErrUnsupported)
         .Run([&]<class Sample>(SampleTag<Sample>, const CEffectRect& effectRect) {
             return MultiplyMasksKernel<Sample>(masks, destination, InDestination(effectRect, destination));
         });

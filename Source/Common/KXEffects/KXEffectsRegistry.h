@@ -170,7 +170,7 @@ inline constexpr EffectEntry kEffectRegistry[] = {
     Effect<KXEffectsMultiplyMasks>(
         {"KXEffectsMultiplyMasks", "multiply-masks", "blending", "the product of one-plane masks into a one-plane image",
          Margin::Whole, Catching::Throws, kAllDepths, false},
-        {MasksArg("MASK", "one-plane images, one or more"), kDestinationArg, kRectArg}),
+        {MasksArg("MASK", "one-plane images, one or more"), kMaskDestinationArg, kRectArg}),
     Effect<KXEffectsMakeCompositeImage>(
         {"KXEffectsMakeCompositeImage", "make-composite-image", "blending", "flattens an image with alpha onto white",
          Margin::Whole, Catching::Throws, kAllDepths, false},
