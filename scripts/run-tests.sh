@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds the library and runs the test suite twice: an optimised build, then the same suite under
-# AddressSanitizer and UndefinedBehaviorSanitizer, and the threads test under ThreadSanitizer.
+# AddressSanitizer and UndefinedBehaviorSanitizer.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 jobs=$(nproc)
@@ -18,10 +18,3 @@ for variant in release sanitize; do
   ASAN_OPTIONS=detect_leaks=1:allocator_may_return_null=1 UBSAN_OPTIONS=print_stacktrace=1 \
     ctest --test-dir "$dir" --output-on-failure -j "$jobs"
 done
-# The effects side by side from several threads under ThreadSanitizer: only that program is built.
-echo "== thread-sanitized build =="
-cmake -S . -B build-tsan -DCMAKE_BUILD_TYPE=Debug "-DCMAKE_CXX_FLAGS_DEBUG=-O1 -g1" "-DCMAKE_C_FLAGS_DEBUG=-O1 -g1" \
-  -DKX_TSAN=ON -DKX_WERROR=ON -DKX_BUILD_PYTHON=OFF >/dev/null
-cmake --build build-tsan -j "$jobs" --target kxeffects_thread_tests
-echo "== thread-sanitized tests =="
-TSAN_OPTIONS=halt_on_error=1 build-tsan/tests/kxeffects_thread_tests
