@@ -451,6 +451,9 @@ private:
         case ArgKind::OutRect:
             m_values[index] = &m_found;
             return;
+        case ArgKind::Progress:
+            m_values[index] = static_cast<KXProgress*>(nullptr);
+            return;
         default:
             __builtin_trap();
         }
